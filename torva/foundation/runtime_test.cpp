@@ -1,0 +1,157 @@
+// Threads, paths, hashing, the holder, the usage text and the configuration.
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <mutex>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "torva/foundation/abstract_wrapper.h"
+#include "torva/foundation/configure.h"
+#include "torva/foundation/hash.h"
+#include "torva/foundation/path.h"
+#include "torva/foundation/thread_pool.h"
+#include "torva/foundation/usage.h"
+
+namespace torva {
+namespace {
+
+TEST(TemporaryRun, OneOrFewerThreadsRunsOnTheCaller) {
+  for (int threads : {1, 0, -3}) {
+    std::vector<int> seen;
+    std::thread::id where;
+    std::function<void(int)> fn = [&](int id) {
+      seen.push_back(id);
+      where = std::this_thread::get_id();
+    };
+    sea::thread_pool::temporary_run(threads, fn);
+    EXPECT_EQ(seen, std::vector<int>{0});
+    EXPECT_EQ(where, std::this_thread::get_id());
+  }
+}
+
+TEST(TemporaryRun, FourThreadsEvenWhenTheEnvironmentSaysOne) {
+  setenv("OMP_NUM_THREADS", "1", 1);
+  omp_set_num_threads(1);
+  std::mutex m;
+  std::multiset<int> ids;
+  std::set<std::thread::id> threads;
+  std::atomic<int> inside{0}, peak{0};
+  std::function<void(int)> fn = [&](int id) {
+    int now = ++inside;
+    int p = peak.load();
+    while (now > p && !peak.compare_exchange_weak(p, now)) {
+    }
+    // Wait until all four are inside at once: they are truly concurrent.
+    for (int spin = 0; spin < 2000000 && peak.load() < 4; ++spin) std::this_thread::yield();
+    std::lock_guard<std::mutex> lock(m);
+    ids.insert(id);
+    threads.insert(std::this_thread::get_id());
+    --inside;
+  };
+  sea::thread_pool::temporary_run(4, fn);
+  EXPECT_EQ(ids, (std::multiset<int>{0, 1, 2, 3}));
+  EXPECT_EQ(threads.size(), 4u);
+  EXPECT_EQ(peak.load(), 4);
+}
+
+TEST(TemporaryRun, EmptyFunctionThrows) {
+  std::function<void(int)> empty;
+  EXPECT_THROW(sea::thread_pool::temporary_run(2, empty), std::bad_function_call);
+  EXPECT_THROW(sea::thread_pool::temporary_run(1, empty), std::bad_function_call);
+}
+
+TEST(PathJoin, Forms) {
+  using sea::path::join;
+  EXPECT_EQ(join("dir", ""), "dir/");
+  EXPECT_EQ(join("dir/", ""), "dir/");
+  EXPECT_EQ(join("", ""), "");
+  EXPECT_EQ(join("", "x"), "x");
+  EXPECT_EQ(join("a", "b"), "a/b");
+  EXPECT_EQ(join("a/", "b"), "a/b");
+  EXPECT_EQ(join("a", "/b"), "a//b");  // the tail is not examined
+  EXPECT_EQ(join("a", "b", "c.db"), "a/b/c.db");
+  EXPECT_EQ(join("a", "", "c"), "a/c");
+}
+
+TEST(Hash, UnsignedLongIsTheKeyItself) {
+  EXPECT_EQ(sea::hash<unsigned long>{}(12345ul), 12345ul);
+  EXPECT_EQ(sea::hash<unsigned long>{}(0ul), 0ul);
+}
+
+struct base_t {
+  virtual ~base_t() = default;
+};
+struct tracked : base_t {
+  tracked() { order->push_back("born " + std::to_string(id = next++)); }
+  ~tracked() override { order->push_back("died " + std::to_string(id)); }
+  int id;
+  long zeroed_field;
+  static inline int next = 0;
+  static inline std::vector<std::string>* order = nullptr;
+};
+struct plain : base_t {
+  double a;
+  long b;
+  char c[16];
+};
+
+TEST(AbstractWrapper, ConstructReplacesAfterTheNewOneIsInPlace) {
+  std::vector<std::string> order;
+  tracked::order = &order;
+  tracked::next = 0;
+  sea::abstract_wrapper<base_t> holder;
+  EXPECT_FALSE(holder);
+  tracked& first = holder.construct<tracked>();
+  EXPECT_EQ(holder.get(), &first);
+  tracked& second = holder.construct<tracked>();
+  EXPECT_EQ(holder.get(), &second);
+  EXPECT_EQ(order, (std::vector<std::string>{"born 0", "born 1", "died 0"}));
+  holder.holder.reset();
+  EXPECT_EQ(std::count(order.begin(), order.end(), "died 0"), 1);
+  EXPECT_EQ(std::count(order.begin(), order.end(), "died 1"), 1);
+}
+
+TEST(AbstractWrapper, NewObjectIsZeroed) {
+  sea::abstract_wrapper<base_t> holder;
+  plain& p = holder.construct<plain>();
+  EXPECT_EQ(p.a, 0.0);
+  EXPECT_EQ(p.b, 0);
+  for (char c : p.c) EXPECT_EQ(c, 0);
+}
+
+TEST(Usage, TwentyOneLinesAsWritten) {
+  const auto& u = sea::config_impl::verbose_usage;
+  EXPECT_EQ(std::size(u), 21u);
+  EXPECT_EQ(u[0], "The syntax:");
+  EXPECT_EQ(u[3], "          [-n <num_thread>] [--out-file <output_file>] ");
+  EXPECT_EQ(u[5], "          [-spice <0/1>]  -f:  load input file <file_name>.");
+  EXPECT_EQ(u[9], "\t    of them > 95% of self capacitance) attain the specified accuracy.");
+  EXPECT_EQ(u[11], "       Example: \"-p 0.005\" means a 0.5% error criterion on self-cap.");
+  EXPECT_EQ(u[15], "");
+  EXPECT_EQ(u[16], "  -spice : User input '-spice' in cmd, output spice; otherwire, no. Default no.");
+  EXPECT_EQ(u[17], "");
+  EXPECT_EQ(u[18], "");
+  EXPECT_EQ(u[20], "      Display this verbose help.");
+}
+
+TEST(Configure, PlainConstructorHasNegativeLimitsFalseFlagsEmptyStrings) {
+  configure c;
+  EXPECT_LT(c.max_candidates, 0);
+  EXPECT_LT(c.max_depth, 0);
+  EXPECT_LT(c.incline_max_candidates, 0);
+  EXPECT_LT(c.incline_max_depth, 0);
+  EXPECT_LT(c.thread_count, 1);
+  EXPECT_FALSE(c.group_dominance || c.group_optimize || c.double_incline_ratio || c.decrease_enabled ||
+               c.use_critical_box);
+  EXPECT_GT(c.octree_scope_ratio, 0.0);
+  EXPECT_TRUE(c.table_dir.empty() && c.table_dir_two.empty() && c.table_dir_multi.empty() &&
+              c.table_dir_equal.empty());
+}
+
+}  // namespace
+}  // namespace torva

@@ -2,3 +2,6 @@
 #pragma once
 
 #include "torva/foundation/foundation.h"
+#include "torva/layout/layout.h"
+#include "torva/geometry/geometry.h"
+#include "torva/space/spacemgr.h"

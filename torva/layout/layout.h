@@ -1,0 +1,5 @@
+// Everything of layout input: the records and the cap3d reader.
+#pragma once
+
+#include "torva/layout/records.h"
+#include "torva/layout/solids.h"

@@ -9,6 +9,7 @@
 #include "torva/foundation/errors.h"
 #include "torva/foundation/logger.h"
 #include "torva/geometry/convex_decomposition.h"
+#include "torva/layout/internal/shapes.h"
 
 namespace torva {
 
@@ -450,7 +451,7 @@ void conductor_shapes(const generated_layout& g, const generated_solid& s, const
         const sea::double_wrapper d = r * 0.886226925452759;
         out.push_back(make_cuboid_shape(cuboid_t{{{c[0] - d, c[1] - d, c[2] - h}}, {{c[0] + d, c[1] + d, c[2] + h}}}));
       } else {
-        out.push_back(make_cylinder_shape(cylinder_t{c, r, h}));
+        out.push_back(internal::make_cylinder_shape(cylinder_t{c, r, h}));
       }
       return;
     }
@@ -458,16 +459,7 @@ void conductor_shapes(const generated_layout& g, const generated_solid& s, const
       std::vector<nprism_large_t> pieces;
       convex_decomposition(polygon_of(g, s), pieces);
       for (const nprism_large_t& piece : pieces) {
-        if (o.cuboids_only) {
-          point2 lo = piece.points[0], hi = piece.points[0];
-          for (const point2& v : piece.points) {
-            lo = minimal(lo, v);
-            hi = maximal(hi, v);
-          }
-          out.push_back(make_cuboid_shape(cuboid_t{{{lo[0], lo[1], piece.bottom}}, {{hi[0], hi[1], piece.top}}}));
-        } else {
-          out.push_back(make_prism_shape(piece.points.data(), piece.size, piece.bottom, piece.top));
-        }
+        out.push_back(o.cuboids_only ? internal::make_bounding_cuboid_shape(piece) : internal::make_prism_shape(piece));
       }
       return;
     }
@@ -515,8 +507,7 @@ void build_layout(const generated_layout& g, circuit_layout::raw& raw, const bui
       if (s.form == generated_form::polygon) {
         // A dielectric polygon is taken as the quadrilateral it is.
         const nprism_large_t poly = polygon_of(g, s);
-        raw.medium_blocks.emplace_back(make_prism_shape(poly.points.data(), poly.size, poly.bottom, poly.top),
-                                       double(L(s.side_tan)));
+        raw.medium_blocks.emplace_back(internal::make_prism_shape(poly), double(L(s.side_tan)));
       } else {
         raw.medium_blocks.emplace_back(make_cuboid_shape(box_of(s)), double(L(s.side_tan)));
       }

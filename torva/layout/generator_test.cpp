@@ -9,6 +9,7 @@
 
 #include "torva/foundation/errors.h"
 #include "torva/geometry/convex_decomposition.h"
+#include "torva/layout/cap3d_parser.h"
 #include "torva_testing/log_capture.h"
 
 namespace torva {
@@ -400,6 +401,97 @@ TEST(Generator, UnwritableFileIsReportedAndThrown) {
     std::fclose(full);
     EXPECT_THROW(write_text_file(g, "/dev/full"), sea::file_error);
     EXPECT_EQ(log.error().rfind("ERROR: Failed to write \"/dev/full\"", 0), 0u) << log.error();
+  }
+}
+
+}  // namespace
+}  // namespace torva
+
+namespace torva {
+namespace {
+
+void expect_same_box(const cuboid_t& a, const cuboid_t& b, const std::string& what) {
+  for (int k = 0; k < 3; ++k) {
+    EXPECT_EQ(a.lower[k].value, b.lower[k].value) << what;
+    EXPECT_EQ(a.upper[k].value, b.upper[k].value) << what;
+  }
+}
+
+void expect_same_shape(const shape_t& a, const shape_t& b, const std::string& what) {
+  ASSERT_EQ(a.shape_kind, b.shape_kind) << what;
+  expect_same_box(a.inner_box, b.inner_box, what + " inner");
+  expect_same_box(a.outer_box, b.outer_box, what + " outer");
+  ASSERT_EQ(a.inner_pieces.size(), b.inner_pieces.size()) << what;
+  ASSERT_EQ(a.outer_pieces.size(), b.outer_pieces.size()) << what;
+  if (a.shape_kind == shape_cuboid) expect_same_box(a.cuboid(), b.cuboid(), what + " solid");
+  if (a.shape_kind == shape_cylinder) {
+    EXPECT_EQ(a.cylinder().radius.value, b.cylinder().radius.value) << what;
+    EXPECT_EQ(a.cylinder().half_height.value, b.cylinder().half_height.value) << what;
+  }
+  if (a.shape_kind == shape_prism) {
+    ASSERT_EQ(a.prism().size, b.prism().size) << what;
+    for (std::uint64_t v = 0; v < a.prism().size; ++v) {
+      EXPECT_EQ(a.prism().points[v][0].value, b.prism().points[v][0].value) << what;
+      EXPECT_EQ(a.prism().points[v][1].value, b.prism().points[v][1].value) << what;
+    }
+  }
+}
+
+// What the reader makes of the text is what the builder makes directly.
+TEST(GeneratorAgainstReader, ParsedTextEqualsTheDirectBuild) {
+  for (bool cuboids_only : {false, true}) {
+    const generated_layout g = generate_layout(mixed_params(1500, 3));
+    testing::temp_dir dir;
+    const std::string path = dir.file("mixed.cap3d");
+    write_text_file(g, path);
+
+    testing::log_capture log;
+    circuit_layout::raw parsed;
+    Cap3dParser parser(parsed, 3, false, cuboids_only);
+    ASSERT_TRUE(parser.parse(path, "")) << log.error();
+    EXPECT_EQ(log.warning(), "");
+
+    build_options o;
+    o.incline_slices = 3;
+    o.cuboids_only = cuboids_only;
+    circuit_layout::raw built;
+    build_layout(g, built, o);
+
+    ASSERT_EQ(parsed.wire_blocks.size(), built.wire_blocks.size());
+    ASSERT_EQ(parsed.wire_nets.size(), built.wire_nets.size());
+    ASSERT_EQ(parsed.medium_blocks.size(), built.medium_blocks.size());
+    ASSERT_EQ(parsed.medium_nets.size(), built.medium_nets.size());
+    for (std::size_t b = 0; b < built.wire_blocks.size(); ++b) {
+      const wire_block& x = parsed.wire_blocks[b];
+      const wire_block& y = built.wire_blocks[b];
+      EXPECT_EQ(x.name, y.name);
+      EXPECT_EQ(x.layer, y.layer);
+      EXPECT_EQ(x.net->name, y.net->name);
+      expect_same_shape(x, y, "block " + std::to_string(b));
+    }
+    for (std::size_t b = 0; b < built.medium_blocks.size(); ++b) {
+      expect_same_shape(parsed.medium_blocks[b], built.medium_blocks[b], "medium " + std::to_string(b));
+      EXPECT_EQ(parsed.medium_blocks[b].side_tan, built.medium_blocks[b].side_tan);
+      EXPECT_EQ(parsed.medium_blocks[b].net->name, built.medium_blocks[b].net->name);
+    }
+    for (std::size_t n = 0; n < built.medium_nets.size(); ++n) {
+      EXPECT_EQ(parsed.medium_nets[n].name, built.medium_nets[n].name);
+      EXPECT_EQ(parsed.medium_nets[n].diel.value, built.medium_nets[n].diel.value);
+    }
+    ASSERT_EQ(parsed.plate_mediums.size(), built.plate_mediums.size());
+    for (std::size_t n = 0; n < built.plate_mediums.size(); ++n) {
+      EXPECT_EQ(parsed.plate_mediums[n].name, built.plate_mediums[n].name);
+      EXPECT_EQ(parsed.plate_mediums[n].z_top.value, built.plate_mediums[n].z_top.value);
+      EXPECT_EQ(parsed.plate_mediums[n].diel.value, built.plate_mediums[n].diel.value);
+    }
+    expect_same_box(parsed.window, built.window, "window");
+    EXPECT_EQ(parsed.window_name, built.window_name);
+    EXPECT_EQ(parsed.boundary, built.boundary);
+    EXPECT_EQ(parsed.layer_names, built.layer_names);
+    EXPECT_EQ(parsed.layer_types, built.layer_types);
+    ASSERT_EQ(parsed.layer_wmins.size(), built.layer_wmins.size());
+    EXPECT_EQ(parsed.layer_wmins[0].value, built.layer_wmins[0].value);
+    EXPECT_EQ(parsed.capacitance_tasks, built.capacitance_tasks);
   }
 }
 

@@ -3,9 +3,6 @@
 #include <deque>
 #include <mutex>
 
-#include "torva/foundation/errors.h"
-#include "torva/foundation/logger.h"
-
 namespace torva {
 
 namespace {
@@ -35,55 +32,6 @@ shape_t make_cuboid_shape(const cuboid_t& c) {
   s.outer_pieces = {c};
   s.shape_kind = shape_cuboid;
   return s;
-}
-
-shape_t make_cylinder_shape(const cylinder_t& c) {
-  const sea::double_wrapper r = c.radius;
-  const sea::double_wrapper s = 0.7071067811865476 * r;
-  const sea::double_wrapper h = c.half_height;
-  const point3& o = c.center;
-  shape_t shape;
-  shape.solid = new_solid(c);
-  shape.inner_box = cuboid_t{{{o[0] - s, o[1] - s, o[2] - h}}, {{o[0] + s, o[1] + s, o[2] + h}}};
-  shape.outer_box = cuboid_t{{{o[0] - r, o[1] - r, o[2] - h}}, {{o[0] + r, o[1] + r, o[2] + h}}};
-  shape.inner_pieces = {shape.inner_box};
-  shape.outer_pieces = {shape.outer_box};
-  shape.shape_kind = shape_cylinder;
-  return shape;
-}
-
-shape_t make_prism_shape(const point2* vertices, std::uint64_t count, sea::double_wrapper bottom,
-                         sea::double_wrapper top) {
-  if (count < 3 || count > 8) {
-    sea::writer& err = *logger::instance().error;
-    err("ERROR: vertex number not supported.");
-    err("\n");
-    err.flush();
-    throw sea::fatal_error("GEOMETRY ERROR.\n");
-  }
-  nprism_t prism;
-  double sx = 0.0, sy = 0.0;
-  point2 lo = vertices[0], hi = vertices[0];
-  for (std::uint64_t i = 0; i < count; ++i) {
-    prism.points[i] = vertices[i];
-    sx += vertices[i][0].value;
-    sy += vertices[i][1].value;
-    lo = minimal(lo, vertices[i]);
-    hi = maximal(hi, vertices[i]);
-  }
-  prism.size = count;
-  prism.bottom = bottom;
-  prism.top = top;
-  const double cx = sx / double(count);
-  const double cy = sy / double(count);
-  shape_t shape;
-  shape.solid = new_solid(prism);
-  shape.inner_box = cuboid_t{{{cx - 0.0001, cy - 0.0001, bottom}}, {{cx + 0.0001, cy + 0.0001, top}}};
-  shape.outer_box = cuboid_t{{{lo[0], lo[1], bottom}}, {{hi[0], hi[1], top}}};
-  shape.inner_pieces = {shape.inner_box};
-  shape.outer_pieces = {shape.outer_box};
-  shape.shape_kind = shape_prism;
-  return shape;
 }
 
 sea::writer& cuboid_t::write_to(sea::writer& out) const {

@@ -78,15 +78,4 @@ nprism_t* new_solid(const nprism_t& p);
 // The plain cuboid shape: both boxes and both piece lists are the cuboid.
 shape_t make_cuboid_shape(const cuboid_t& c);
 
-// The cylinder shape: inner box the square of half side 0.7071067811865476 r
-// about the axis, outer box the bounding box, both over the full height.
-shape_t make_cylinder_shape(const cylinder_t& c);
-
-// The prism shape over `count` vertices (anticlockwise) from `bottom` to `top`:
-// inner box a rod of half side 0.0001 about the mean of the vertices, outer box
-// their bounding box. A count outside 3 to 8 is reported with "ERROR: vertex
-// number not supported." on logger::error and thrown as sea::fatal_error.
-shape_t make_prism_shape(const point2* vertices, std::uint64_t count, sea::double_wrapper bottom,
-                         sea::double_wrapper top);
-
 }  // namespace torva

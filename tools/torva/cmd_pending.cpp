@@ -3,7 +3,6 @@
 
 namespace torva::cli {
 
-command add_gen(CLI::App&) { return {}; }
 command add_convert(CLI::App&) { return {}; }
 command add_index(CLI::App&) { return {}; }
 command add_query(CLI::App&) { return {}; }

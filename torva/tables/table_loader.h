@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "torva/foundation/errors.h"
 #include "torva/tables/dielectric_layers.h"
 #include "torva/tables/diel_tuple.h"
 #include "torva/tables/table_groups.h"

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "torva/foundation/configure.h"
+#include "torva/foundation/errors.h"
 #include "torva/tables/dielectric_layers.h"
 #include "torva/tables/table_groups.h"
 

@@ -9,7 +9,10 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 namespace torva::testing {
 
@@ -79,6 +82,85 @@ inline std::vector<float> cumulative_of(const std::vector<float>& raw) {
   for (float& v : out) v /= sum;
   if (!out.empty()) out.back() = 1.0f;
   return out;
+}
+
+}  // namespace torva::testing
+
+#include "torva/tables/table_groups.h"
+
+namespace torva::testing {
+
+// Group files carry a marker m: weight values -m, and every distribution row
+// (m, 1, 1, ..., 1), so that a loaded group shows which files it came from.
+inline double marked(double m, std::size_t, std::size_t c) { return c == 0 ? m : 1.0; }
+
+template <class F>
+void write_marked(const std::string& path, double m) {
+  if constexpr (F::type == absolute_table) {
+    write_table<F>(path, [m](std::size_t, std::size_t) { return -m; });
+  } else {
+    write_table<F>(path, [m](std::size_t r, std::size_t c) { return marked(m, r, c); });
+  }
+}
+
+// The first element of a loaded distribution row made from marker m.
+template <class F>
+float marked_first(double m) {
+  return float(m) / float(m + double(F::row_size - 1));
+}
+
+inline std::string group_name(const std::string& prefix, const char* stem, std::vector<double> key, int number) {
+  char name[1024];
+  if (key.size() == 2) {
+    std::snprintf(name, sizeof name, "%sMultiple/%s%g_%g_%d.db", prefix.c_str(), stem, key[0], key[1], number);
+  } else if (key.size() == 3) {
+    std::snprintf(name, sizeof name, "%sMultiple/%s%g_%g_%g_%d.db", prefix.c_str(), stem, key[0], key[1], key[2],
+                  number);
+  } else {
+    std::snprintf(name, sizeof name, "%sMultiple/%s%g_%g_%g_%g_%d.db", prefix.c_str(), stem, key[0], key[1], key[2],
+                  key[3], number);
+  }
+  return name;
+}
+
+inline void write_two_layer(const std::string& prefix, double a, double b, double m) {
+  write_marked<two_layer_gft_is_table>(group_name(prefix, "GFT/NumGFT_IS", {a, b}, 23), m);
+  write_marked<two_layer_gft_table>(group_name(prefix, "GFT/NumGFT", {a, b}, 23), m);
+  write_marked<two_layer_wvt_is_table>(group_name(prefix, "WVT/NumWVT_IS", {a, b}, 23), m);
+}
+
+inline void write_half_layer(const std::string& prefix, double a, double b, double m) {
+  write_marked<half_layer_gft_is_table>(group_name(prefix, "GFT/hNumGFT_IS", {a, b}, 23), m);
+  write_marked<half_layer_gft_table>(group_name(prefix, "GFT/hNumGFT", {a, b}, 23), m);
+  write_marked<half_layer_wvt_is_table>(group_name(prefix, "WVT/hNumWVT_IS", {a, b}, 23), m);
+}
+
+inline void write_three_layer(const std::string& prefix, double a, double b, double c, double m) {
+  write_marked<three_layer_gft_is_table>(group_name(prefix, "GFT/NumGFT_IS", {a, b, c}, 24), m);
+  write_marked<three_layer_gft_table>(group_name(prefix, "GFT/NumGFT", {a, b, c}, 24), m);
+  write_marked<three_layer_wvt_is_table>(group_name(prefix, "WVT/NumWVT_IS", {a, b, c}, 24), m);
+}
+
+inline void write_four_layer(const std::string& prefix, double a, double b, double c, double d, double m) {
+  write_marked<four_layer_gft_table>(group_name(prefix, "GFT/NumGFT", {a, b, c, d}, 24), m);
+}
+
+// Whether every table of a group was loaded from the files of marker m.
+template <class G>
+::testing::AssertionResult loaded_with(const G& g, double m) {
+  auto check = [&](const auto& table) -> bool {
+    using F = std::decay_t<decltype(table)>;
+    const float want = F::type == absolute_table ? float(m) : marked_first<F>(m);
+    for (std::size_t r = 0; r < F::count; ++r) {
+      if (table.row(r)[0] != want) return false;
+      if (F::type != absolute_table && table.row(r)[F::row_size - 1] != 1.0f) return false;
+    }
+    return true;
+  };
+  bool ok = check(g.gft);
+  if constexpr (requires { g.gft_is; }) ok = ok && check(g.gft_is) && check(g.wvt_is);
+  if (ok) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "group not loaded with marker " << m;
 }
 
 }  // namespace torva::testing

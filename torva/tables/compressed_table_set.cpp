@@ -1,5 +1,6 @@
 // table_loader::load_approxc: the compressed set of four-value groups, six
 // files of 13718 rows each spread over the groups of a 19-value grid.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -23,9 +24,14 @@ struct raw_block {
   char* data = nullptr;
 };
 
-// Reads one compressed file into a fresh staging array of row_count rows. For
-// the kinds whose totals are kept, each row's single-precision total times
-// `scale` is appended to `totals`.
+// Reads one compressed file into a fresh staging array of row_count rows.
+// Rows of the distribution kinds are staged already finished (running
+// single-precision sum, divided by the total, last element 1), since a group
+// holds them only in that form; the running sums of eight rows are kept at
+// once, which hides the latency of the additions in the long chain of one
+// row. For the kinds whose totals are kept, each row's total (the last
+// running sum, the same single-precision sum as adding the row up) times
+// `scale` is appended to `totals`. Weight rows are staged as they are.
 template <class F>
 void stage(table_loader& loader, const std::string& path, float*& staging, std::vector<double>* totals,
            float scale) {
@@ -37,21 +43,51 @@ void stage(table_loader& loader, const std::string& path, float*& staging, std::
   staging = nullptr;
   staging = new float[row_count * size];
   if (totals != nullptr) totals->reserve(totals->size() + row_count);
-  for (std::size_t r = 0; r < row_count; ++r) {
-    float* row = staging + r * size;
-    std::memcpy(row, raw.data + r * record + F::header, size * sizeof(float));
-    if (totals != nullptr) {
-      float sum = 0.0f;
-      for (std::size_t i = 0; i < size; ++i) sum += row[i];
-      totals->push_back(static_cast<double>(sum * scale));
+  const char* first = raw.data + F::header;
+  if constexpr (F::type == absolute_table) {
+    for (std::size_t r = 0; r < row_count; ++r) {
+      std::memcpy(staging + r * size, first + r * record, size * sizeof(float));
+    }
+  } else {
+    constexpr std::size_t block = 8;
+    for (std::size_t r0 = 0; r0 < row_count; r0 += block) {
+      const std::size_t rows = std::min(block, row_count - r0);
+      float sum[block] = {};
+      const char* in = first + r0 * record;
+      float* out = staging + r0 * size;
+      if (rows == block) {
+        for (std::size_t i = 0; i < size; ++i) {
+          for (std::size_t k = 0; k < block; ++k) {
+            float v;
+            std::memcpy(&v, in + k * record + i * sizeof(float), sizeof v);
+            sum[k] += v;
+            out[k * size + i] = sum[k];
+          }
+        }
+      } else {
+        for (std::size_t i = 0; i < size; ++i) {
+          for (std::size_t k = 0; k < rows; ++k) {
+            float v;
+            std::memcpy(&v, in + k * record + i * sizeof(float), sizeof v);
+            sum[k] += v;
+            out[k * size + i] = sum[k];
+          }
+        }
+      }
+      for (std::size_t k = 0; k < rows; ++k) {
+        if (totals != nullptr) totals->push_back(static_cast<double>(sum[k] * scale));
+        float* row = out + k * size;
+        const float total = sum[k];
+        for (std::size_t i = 0; i < size; ++i) row[i] /= total;
+        row[size - 1] = 1.0f;
+      }
     }
   }
 }
 
 template <std::size_t Size>
-void take_cumulative(float (&into)[Size], const float* staging, std::size_t row) {
+void take_row(float (&into)[Size], const float* staging, std::size_t row) {
   std::memcpy(into, staging + row * Size, Size * sizeof(float));
-  internal::make_cumulative(into, Size);
 }
 
 }  // namespace
@@ -85,11 +121,11 @@ void table_loader::load_approxc(cmpr_equal_layer_database& store, const std::str
           auto [it, inserted] = store.groups.try_emplace(key);
           cmpr_equal_layer_cube_group& group = it->second;
           if (inserted) {
-            take_cumulative(group.gft_is_xy_a, raw_xy_a, row);
-            take_cumulative(group.gft_is_xy_b, raw_xy_b, row);
-            take_cumulative(group.gft_is_z, raw_z, row);
-            take_cumulative(group.gft_a, raw_a, row);
-            take_cumulative(group.gft_b, raw_b, row);
+            take_row(group.gft_is_xy_a, raw_xy_a, row);
+            take_row(group.gft_is_xy_b, raw_xy_b, row);
+            take_row(group.gft_is_z, raw_z, row);
+            take_row(group.gft_a, raw_a, row);
+            take_row(group.gft_b, raw_b, row);
             std::memcpy(group.weights, raw_wvt + row * 2, sizeof group.weights);
             internal::make_absolute(group.weights, 2);
           }

@@ -16,6 +16,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "torva/tables/internal/test_table_files.h"
 #include "torva_testing/log_capture.h"
 
 #ifndef TORVA_CLI_PATH
@@ -265,6 +266,68 @@ TEST_F(cli, gen_refuses_bad_arguments_and_unwritable_places) {
   EXPECT_EQ(run({"gen", "bus", "--polygons", "1.5", dir.file("x.cap3d")}).status, 2);
   EXPECT_EQ(run({"gen", "bus"}).status, 2);
   expect_one_line_failure(run({"gen", "bus", dir.file("no/such/dir/x.cap3d")}), "no/such/dir/x.cap3d");
+}
+
+}  // namespace
+
+// ------------------------------------------------------------------ tables
+
+namespace {
+
+TEST_F(cli, tables_loads_multiple_groups_for_a_stack) {
+  const std::string root = dir.file("tables/");
+  torva::testing::write_two_layer(root, 3.9, 2.5, 1);
+  torva::testing::write_half_layer(root, 3.9, 2.5, 2);
+  const outcome two = run({"tables", "--mode", "1", "--dir", root, "--diels", "3.9,2.5"});
+  ASSERT_EQ(two.status, 0) << two.err;
+  EXPECT_THAT(two.out, HasSubstr("two-layer               1 groups,      1 uses"));
+  EXPECT_THAT(two.out, HasSubstr("half-layer              1 groups,      1 uses"));
+  EXPECT_THAT(two.out, Not(HasSubstr("three-layer")));
+  EXPECT_THAT(two.out, HasSubstr("loading table: (3.900000000000, 2.500000000000)"));
+
+  // Three layers in mode 2: two interfaces and one run of three, no run of four.
+  torva::testing::write_two_layer(root, 2.5, 7, 3);
+  torva::testing::write_half_layer(root, 2.5, 7, 4);
+  torva::testing::write_three_layer(root, 3.9, 2.5, 7, 5);
+  const outcome three = run({"tables", "-m", "2", "-d", root, "--diels", "3.9,2.5,7"});
+  ASSERT_EQ(three.status, 0) << three.err;
+  EXPECT_THAT(three.out, HasSubstr("two-layer               2 groups,      2 uses"));
+  EXPECT_THAT(three.out, HasSubstr("three-layer             1 groups,      1 uses"));
+  EXPECT_THAT(three.out, Not(HasSubstr("four-layer")));
+  EXPECT_THAT(three.out, HasSubstr("table_path:"));
+
+  // A repeated stack loads each group once and uses it again: (2.5, 7) serves two interfaces.
+  torva::testing::write_two_layer(root, 7, 2.5, 6);
+  torva::testing::write_half_layer(root, 7, 2.5, 7);
+  const outcome repeat = run({"tables", "-m", "1", "-d", root, "--diels", "3.9,2.5,7,2.5,7"});
+  ASSERT_EQ(repeat.status, 0) << repeat.err;
+  EXPECT_THAT(repeat.out, HasSubstr("two-layer               3 groups,      4 uses"));
+}
+
+TEST_F(cli, tables_with_mode_zero_or_a_high_walk_scheme_take_only_the_first_table) {
+  for (const std::vector<std::string>& args :
+       {std::vector<std::string>{"tables", "-m", "0", "-d", dir.file("none"), "--diels", "3.9,2.5"},
+        std::vector<std::string>{"tables", "-m", "1", "-d", dir.file("none"), "--diels", "3.9,2.5", "--walk-scheme",
+                                 "3"}}) {
+    const outcome r = run(args);
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_THAT(r.out, HasSubstr("first table  1024 cells, last 1\n"));
+    EXPECT_THAT(r.out, HasSubstr("groups\n  none\n"));
+  }
+}
+
+TEST_F(cli, tables_fail_with_one_line_on_missing_files_and_refused_ratios) {
+  expect_one_line_failure(run({"tables", "-m", "1", "-d", dir.file("empty/"), "--diels", "3.9,2.5"}),
+                          "NumGFT_IS3.9_2.5_23.db");
+  expect_one_line_failure(run({"tables", "-m", "3", "-d", dir.file("empty/")}), "cannot open");
+  // A ratio of 0.01 is below what the approximate grid covers.
+  expect_one_line_failure(run({"tables", "-m", "5", "-d", dir.file("empty/"), "--diels", "1,100"}),
+                          "ERROR: diel ratio not supported.");
+
+  EXPECT_EQ(run({"tables", "-m", "9", "-d", dir.file("x"), "--diels", "1,2"}).status, 2);
+  EXPECT_EQ(run({"tables", "-m", "1", "-d", dir.file("x"), "--diels", "1,glass"}).status, 2);
+  EXPECT_EQ(run({"tables", "-m", "1", "-d", dir.file("x"), "--diels", "1,-2"}).status, 2);
+  EXPECT_EQ(run({"tables", "-d", dir.file("x")}).status, 2);
 }
 
 }  // namespace

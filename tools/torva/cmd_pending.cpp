@@ -7,6 +7,5 @@ command add_convert(CLI::App&) { return {}; }
 command add_index(CLI::App&) { return {}; }
 command add_query(CLI::App&) { return {}; }
 command add_bench(CLI::App&) { return {}; }
-command add_tables(CLI::App&) { return {}; }
 
 }  // namespace torva::cli

@@ -4,8 +4,6 @@
 namespace torva::cli {
 
 command add_convert(CLI::App&) { return {}; }
-command add_index(CLI::App&) { return {}; }
-command add_query(CLI::App&) { return {}; }
 command add_bench(CLI::App&) { return {}; }
 
 }  // namespace torva::cli

@@ -331,3 +331,127 @@ TEST_F(cli, tables_fail_with_one_line_on_missing_files_and_refused_ratios) {
 }
 
 }  // namespace
+
+// ------------------------------------------------------------------ index, query, bench
+
+namespace {
+
+// A generated layout with every kind of solid, written once per test.
+std::string mixed_layout(const torva::testing::temp_dir& dir, const std::string& size = "400") {
+  const std::string path = dir.file("mixed" + size + ".cap3d");
+  const outcome g = run({"gen", "mixed", "--size", size, "--polygons", "0.25", "--cylinders", "0.15", "--inclines",
+                         "0.1", "--media", "--layers", "3", path},
+                        dir);
+  EXPECT_EQ(g.status, 0) << g.err;
+  return path;
+}
+
+TEST_F(cli, index_reads_and_indexes_the_bus_example_and_agrees_with_brute_force) {
+  const outcome r = run({"index", example("bus.cap3d")});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_TRUE(r.err.empty()) << r.err;
+  EXPECT_THAT(r.out, HasSubstr("blocks       5 conductor blocks: 3 cuboid, 2 other"));
+  // Fewer than 50 blocks: the automatic choice is the single list.
+  EXPECT_THAT(r.out, HasSubstr("strategy     10 (chosen by size): simple-none"));
+  EXPECT_THAT(r.out, HasSubstr("| prism size: 2, cuboid size: 3"));
+  EXPECT_THAT(r.out, HasSubstr("| using simple-none space manager"));
+  EXPECT_THAT(r.out, HasSubstr("| Don't use critical box."));
+  EXPECT_THAT(r.out, HasSubstr("first : 1 distinct lists; length min 5, median 5"));
+  EXPECT_THAT(r.out, HasSubstr("2000 of 2000 agree"));
+  EXPECT_THAT(r.out, HasSubstr(", 0 disagree\n"));
+  EXPECT_TRUE(std::regex_search(r.out, std::regex(R"(built in +[0-9.]+ (ns|us|ms|s) .*heap [0-9.]+ (B|KiB|MiB))")))
+      << r.out;
+}
+
+TEST_F(cli, index_agrees_with_brute_force_for_every_pair_on_a_mixed_layout) {
+  const std::string path = mixed_layout(dir);
+  for (int s = 0; s <= 10; ++s) {
+    const outcome r = run({"index", "--strategy", std::to_string(s), "--threads", "2", "--check", "400", "--samples",
+                           "2000", path});
+    ASSERT_EQ(r.status, 0) << "strategy " << s << ": " << r.err;
+    EXPECT_THAT(r.out, HasSubstr("400 of 400 agree")) << "strategy " << s << "\n" << r.out;
+    EXPECT_THAT(r.out, HasSubstr("0 disagree")) << "strategy " << s;
+  }
+  // The critical box of a Dirichlet window: points beyond it are answered by the wall.
+  const outcome c = run({"index", "--critical-box", "-s", "4", "--check", "400", path});
+  ASSERT_EQ(c.status, 0) << c.err;
+  EXPECT_THAT(c.out, HasSubstr("| use critical box."));
+  EXPECT_THAT(c.out, HasSubstr("400 of 400 agree"));
+}
+
+TEST_F(cli, verbose_puts_the_library_progress_lines_on_standard_error) {
+  const outcome quiet = run({"index", example("bus.cap3d")});
+  EXPECT_THAT(quiet.err, Not(HasSubstr("space manager")));
+  const outcome loud = run({"--verbose", "index", example("bus.cap3d")});
+  ASSERT_EQ(loud.status, 0) << loud.err;
+  EXPECT_THAT(loud.err, HasSubstr("using simple-none space manager\n"));
+  const std::string log = dir.file("index.log");
+  ASSERT_EQ(run({"--log-file", log, "index", example("bus.cap3d")}).status, 0);
+  EXPECT_THAT(slurp(log), HasSubstr("using simple-none space manager\n"));
+}
+
+TEST_F(cli, index_refuses_bad_input) {
+  EXPECT_EQ(run({"index", "--strategy", "11", example("bus.cap3d")}).status, 2);
+  EXPECT_EQ(run({"index", "--threads", "-3", example("bus.cap3d")}).status, 2);
+  expect_one_line_failure(run({"index", dir.file("none.cap3d")}), "no such file");
+  write_file(dir.file("dielectric_only.cap3d"),
+             "<cap3d>\n<window>\nv1(0,0,0)\nv2(1,1,1)\ndirichlet\n</window>\n"
+             "<plate_medium>\nname ox\nz_top 1\ndiel 3.9\n</plate_medium>\n</cap3d>\n");
+  expect_one_line_failure(run({"index", dir.file("dielectric_only.cap3d")}), "no conductor blocks");
+}
+
+TEST_F(cli, query_names_the_nearest_block_with_its_distance_and_reach) {
+  // Between wire w0 (y 2..3) and w1 (y 4.5..5.5), 0.7 above w0's side.
+  const outcome r = run({"query", example("bus.cap3d"), "5", "3.7", "2.5"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_THAT(r.out, HasSubstr("nearest      net bus0, block w0 (cuboid"));
+  EXPECT_THAT(r.out, HasSubstr("distance     0.700000000000\n"));
+  EXPECT_THAT(r.out, HasSubstr("brute force  bus0/w0 at 0.700000000000: agrees\n"));
+
+  // Above the L-shaped wire's long arm (y 7..8), nearer than the wall at y 10.
+  const outcome poly = run({"query", "-s", "0", example("bus.cap3d"), "5", "8.6", "2.5"});
+  ASSERT_EQ(poly.status, 0) << poly.err;
+  EXPECT_THAT(poly.out, HasSubstr("nearest      net bus2, block w2 (prism"));
+  EXPECT_THAT(poly.out, HasSubstr("distance     0.600000000000\n"));
+
+  // Inside a conductor the answer is 0.
+  const outcome inside = run({"query", example("bus.cap3d"), "5", "2.5", "2.5"});
+  ASSERT_EQ(inside.status, 0) << inside.err;
+  EXPECT_THAT(inside.out, HasSubstr("distance     0.000000000000\n"));
+  EXPECT_THAT(inside.out, HasSubstr("block w0"));
+
+  // A limit below the nearest block cuts the answer.
+  const outcome limited = run({"query", "--limit", "0.25", example("bus.cap3d"), "5", "3.7", "2.5"});
+  ASSERT_EQ(limited.status, 0) << limited.err;
+  EXPECT_THAT(limited.out, HasSubstr("distance     0.250000000000\n"));
+}
+
+TEST_F(cli, query_refuses_points_outside_and_words_for_numbers) {
+  expect_one_line_failure(run({"query", example("bus.cap3d"), "-1", "-2", "3"}), "outside the search space");
+  EXPECT_EQ(run({"query", example("bus.cap3d"), "5", "north", "3"}).status, 2);
+  EXPECT_EQ(run({"query", example("bus.cap3d"), "5", "3"}).status, 2);
+  EXPECT_EQ(run({"query", "--limit", "0", example("bus.cap3d"), "5", "3", "3"}).status, 2);
+}
+
+TEST_F(cli, bench_times_every_pair_beside_brute_force) {
+  const std::string path = mixed_layout(dir, "300");
+  const outcome r = run({"bench", path, "--queries", "3000", "--repeat", "1"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_THAT(r.out, HasSubstr("walk         3000 queries in "));
+  const char* pairs[] = {"simple-simple", "octree-octree", "hybrid-hybrid", "simple-none",  "octree-none",
+                         "hybrid-none",   "hybrid-simple", "hybrid-grid",   "hybrid-grid-nd", "grid-none-nd"};
+  for (int s = 0; s < 10; ++s) {
+    const std::regex row("\\n +" + std::to_string(s) + "  " + pairs[s] +
+                         " +[0-9.]+ (ns|us|ms|s) +[0-9.]+ (B|KiB|MiB) +[0-9.]+ +[0-9.]+ +[0-9.]+x\\n");
+    EXPECT_TRUE(std::regex_search(r.out, row)) << pairs[s] << "\n" << r.out;
+  }
+  const outcome one = run({"bench", example("bus.cap3d"), "-s", "3", "-q", "500"});
+  ASSERT_EQ(one.status, 0) << one.err;
+  EXPECT_THAT(one.out, HasSubstr("simple-none"));
+  EXPECT_THAT(one.out, Not(HasSubstr("octree")));
+
+  EXPECT_EQ(run({"bench", example("bus.cap3d"), "-s", "some"}).status, 2);
+  EXPECT_EQ(run({"bench", example("bus.cap3d"), "-q", "0"}).status, 2);
+}
+
+}  // namespace

@@ -4,6 +4,5 @@
 namespace torva::cli {
 
 command add_convert(CLI::App&) { return {}; }
-command add_bench(CLI::App&) { return {}; }
 
 }  // namespace torva::cli

@@ -5,3 +5,4 @@
 #include "torva/layout/solids.h"
 #include "torva/layout/cap3d_parser.h"
 #include "torva/layout/binary_writer.h"
+#include "torva/layout/generator.h"

@@ -240,12 +240,15 @@ void write_parameters(record_writer& w, const circuit_layout::raw& layout) {
   w.u8(static_cast<unsigned char>(static_cast<signed char>(layout.spice)));
   w.u8(11);
   w.u8(static_cast<unsigned char>(static_cast<signed char>(layout.walk_type)));
-  w.u8(12);
-  w.u8(static_cast<unsigned char>(layout.log_file.size()));
-  w.text(layout.log_file);
-  w.u8(13);
-  w.u8(static_cast<unsigned char>(layout.out_file.size()));
-  w.text(layout.out_file);
+  // An empty file name is left out: it would change nothing a client keeps,
+  // and the text dump of an empty one does not read back.
+  const std::pair<unsigned char, const std::string*> files[] = {{12, &layout.log_file}, {13, &layout.out_file}};
+  for (const auto& [id, name] : files) {
+    if (name->empty()) continue;
+    w.u8(id);
+    w.u8(static_cast<unsigned char>(name->size()));
+    w.text(*name);
+  }
   w.u8(14);
   w.f32(static_cast<float>(layout.outmincap));
   w.end();

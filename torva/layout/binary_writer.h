@@ -50,7 +50,8 @@
 // - Parameters are floats (c-ratio and the other ratios and precisions,
 //   outmincap), so they come back in single precision; `thread_num` is cut to
 //   16 bits, `spice` and `walk_type` to a signed byte. Every parameter is
-//   written, so a reader ends with the record's values whatever it held.
+//   written, so a reader ends with the record's values whatever it held, but
+//   for an empty log-file or out-file name, which is left out.
 // - Permittivities and plate heights: permittivities are floats, heights doubles.
 // - Lengths are written as the low corner and the edge lengths (upper - lower),
 //   and a prism as its bottom and height (top - bottom); a reader adds them

@@ -66,35 +66,50 @@ struct payload : binary_bytes {
   }
 };
 
-inline void expect_same_box(const cuboid_t& a, const cuboid_t& b, const std::string& what) {
+// Lengths are equal within `tolerance`: the library's own by default, or the
+// last printed digit of a text dump.
+struct layout_match {
+  bool medium_side_tans = true;  // the binary form has none
+  bool parameters = true;
+  double tolerance = 1e-10;
+};
+
+inline bool same_length(sea::double_wrapper a, sea::double_wrapper b, double tolerance) {
+  const double d = a.value - b.value;
+  return (d < 0 ? -d : d) <= tolerance;
+}
+
+inline void expect_same_box(const cuboid_t& a, const cuboid_t& b, const std::string& what, double tolerance = 1e-10) {
   for (int c = 0; c < 3; ++c) {
-    EXPECT_TRUE(a.lower[c] == b.lower[c]) << what << " lower " << c << ": " << a.lower[c].value << " vs "
-                                          << b.lower[c].value;
-    EXPECT_TRUE(a.upper[c] == b.upper[c]) << what << " upper " << c << ": " << a.upper[c].value << " vs "
-                                          << b.upper[c].value;
+    EXPECT_TRUE(same_length(a.lower[c], b.lower[c], tolerance))
+        << what << " lower " << c << ": " << a.lower[c].value << " vs " << b.lower[c].value;
+    EXPECT_TRUE(same_length(a.upper[c], b.upper[c], tolerance))
+        << what << " upper " << c << ": " << a.upper[c].value << " vs " << b.upper[c].value;
   }
 }
 
-// Kind, solid and both boxes; lengths within the tolerance of the library.
-inline void expect_same_shape(const shape_t& a, const shape_t& b, const std::string& what) {
+// Kind, solid and both boxes.
+inline void expect_same_shape(const shape_t& a, const shape_t& b, const std::string& what, double tolerance = 1e-10) {
   ASSERT_EQ(a.shape_kind, b.shape_kind) << what;
-  expect_same_box(a.inner_box, b.inner_box, what + " inner");
-  expect_same_box(a.outer_box, b.outer_box, what + " outer");
+  expect_same_box(a.inner_box, b.inner_box, what + " inner", tolerance);
+  expect_same_box(a.outer_box, b.outer_box, what + " outer", tolerance);
   ASSERT_EQ(a.inner_pieces.size(), b.inner_pieces.size()) << what;
   ASSERT_EQ(a.outer_pieces.size(), b.outer_pieces.size()) << what;
   if (a.shape_kind == shape_cuboid) {
-    expect_same_box(a.cuboid(), b.cuboid(), what);
+    expect_same_box(a.cuboid(), b.cuboid(), what, tolerance);
   } else if (a.shape_kind == shape_cylinder) {
-    for (int c = 0; c < 3; ++c) EXPECT_TRUE(a.cylinder().center[c] == b.cylinder().center[c]) << what;
-    EXPECT_TRUE(a.cylinder().radius == b.cylinder().radius) << what;
-    EXPECT_TRUE(a.cylinder().half_height == b.cylinder().half_height) << what;
+    for (int c = 0; c < 3; ++c) EXPECT_TRUE(same_length(a.cylinder().center[c], b.cylinder().center[c], tolerance));
+    EXPECT_TRUE(same_length(a.cylinder().radius, b.cylinder().radius, tolerance)) << what;
+    EXPECT_TRUE(same_length(a.cylinder().half_height, b.cylinder().half_height, tolerance)) << what;
   } else {
     const nprism_t& p = a.prism();
     const nprism_t& q = b.prism();
     ASSERT_EQ(p.size, q.size) << what;
     for (std::uint64_t k = 0; k < p.size; ++k)
-      EXPECT_TRUE(p.points[k][0] == q.points[k][0] && p.points[k][1] == q.points[k][1]) << what << " vertex " << k;
-    EXPECT_TRUE(p.bottom == q.bottom && p.top == q.top) << what;
+      EXPECT_TRUE(same_length(p.points[k][0], q.points[k][0], tolerance) &&
+                  same_length(p.points[k][1], q.points[k][1], tolerance))
+          << what << " vertex " << k;
+    EXPECT_TRUE(same_length(p.bottom, q.bottom, tolerance) && same_length(p.top, q.top, tolerance)) << what;
   }
 }
 
@@ -103,11 +118,11 @@ inline void expect_near_float(double a, double b, const char* what) {
   EXPECT_NEAR(a, b, 1e-6 * (1.0 + (a < 0 ? -a : a))) << what;
 }
 
-// Everything a reader fills. `medium_side_tans`: compare the side tans of
-// dielectric blocks (the binary form has none). `parameters`: compare the
-// run's parameters, floats within single precision.
+// Everything a reader fills; parameters of the binary form are floats and
+// compared within single precision.
 inline void expect_same_layout(const circuit_layout::raw& a, const circuit_layout::raw& b,
-                               bool medium_side_tans = true, bool parameters = true) {
+                               const layout_match& match = {}) {
+  const double tolerance = match.tolerance;
   ASSERT_EQ(a.wire_nets.size(), b.wire_nets.size());
   ASSERT_EQ(a.wire_blocks.size(), b.wire_blocks.size());
   ASSERT_EQ(a.medium_nets.size(), b.medium_nets.size());
@@ -129,7 +144,7 @@ inline void expect_same_layout(const circuit_layout::raw& a, const circuit_layou
     ASSERT_NE(x.net, nullptr) << what;
     ASSERT_NE(y.net, nullptr) << what;
     EXPECT_EQ(x.net->name, y.net->name) << what;
-    expect_same_shape(x, y, what);
+    expect_same_shape(x, y, what, tolerance);
   }
   // Links: each net lists the blocks at the same positions of the deque, and
   // each of them points back at it.
@@ -150,8 +165,8 @@ inline void expect_same_layout(const circuit_layout::raw& a, const circuit_layou
     for (const medium_block* blk : b.medium_nets[n].blocks) EXPECT_EQ(blk->net, &b.medium_nets[n]);
   }
   for (std::size_t k = 0; k < a.medium_blocks.size(); ++k) {
-    expect_same_shape(a.medium_blocks[k], b.medium_blocks[k], "medium block " + std::to_string(k));
-    if (medium_side_tans) {
+    expect_same_shape(a.medium_blocks[k], b.medium_blocks[k], "medium block " + std::to_string(k), tolerance);
+    if (match.medium_side_tans) {
       EXPECT_EQ(a.medium_blocks[k].side_tan, b.medium_blocks[k].side_tan);
     }
     EXPECT_EQ(a.medium_blocks[k].net->name, b.medium_blocks[k].net->name);
@@ -159,18 +174,19 @@ inline void expect_same_layout(const circuit_layout::raw& a, const circuit_layou
   ASSERT_EQ(a.plate_mediums.size(), b.plate_mediums.size());
   for (std::size_t n = 0; n < a.plate_mediums.size(); ++n) {
     EXPECT_EQ(a.plate_mediums[n].name, b.plate_mediums[n].name);
-    EXPECT_TRUE(a.plate_mediums[n].z_top == b.plate_mediums[n].z_top);
+    EXPECT_TRUE(same_length(a.plate_mediums[n].z_top, b.plate_mediums[n].z_top, tolerance));
     expect_near_float(a.plate_mediums[n].diel.value, b.plate_mediums[n].diel.value, "plate diel");
   }
   EXPECT_EQ(a.capacitance_tasks, b.capacitance_tasks);
   EXPECT_EQ(a.layer_types, b.layer_types);
   EXPECT_EQ(a.layer_names, b.layer_names);
   ASSERT_EQ(a.layer_wmins.size(), b.layer_wmins.size());
-  for (std::size_t k = 0; k < a.layer_wmins.size(); ++k) EXPECT_TRUE(a.layer_wmins[k] == b.layer_wmins[k]);
+  for (std::size_t k = 0; k < a.layer_wmins.size(); ++k)
+    EXPECT_TRUE(same_length(a.layer_wmins[k], b.layer_wmins[k], tolerance));
   EXPECT_EQ(a.boundary, b.boundary);
-  expect_same_box(a.window, b.window, "window");
+  expect_same_box(a.window, b.window, "window", tolerance);
   EXPECT_EQ(a.window_name, b.window_name);
-  if (!parameters) return;
+  if (!match.parameters) return;
   EXPECT_EQ(a.log_file, b.log_file);
   EXPECT_EQ(a.out_file, b.out_file);
   expect_near_float(a.self_precision, b.self_precision, "self-precision");

@@ -382,6 +382,13 @@ binary_write_summary write_binary_file(const circuit_layout::raw& layout, const 
   return summary;
 }
 
+binary_write_summary write_binary_file(const generated_layout& layout, const std::string& path,
+                                       const build_options& build, const binary_write_options& options) {
+  circuit_layout::raw raw;
+  build_layout(layout, raw, build);
+  return write_binary_file(raw, path, options);
+}
+
 bool convert_text_to_binary(const std::string& text_path, const std::string& binary_path,
                             const binary_write_options& options, int incline_slices) {
   circuit_layout::raw layout;

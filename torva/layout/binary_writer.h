@@ -67,6 +67,7 @@
 #include <string>
 
 #include "torva/foundation/writer.h"
+#include "torva/layout/generator.h"
 #include "torva/layout/records.h"
 
 namespace torva {
@@ -95,6 +96,12 @@ std::string to_binary(const circuit_layout::raw& layout, const binary_write_opti
 // short write, is reported on logger::error and thrown as sea::file_error.
 binary_write_summary write_binary_file(const circuit_layout::raw& layout, const std::string& path,
                                        const binary_write_options& options = {});
+
+// A generated layout as a binary file: built into a record exactly as the text
+// reader would read its text with `build` (build_layout), then written. Its
+// cylinders, if any, become blocks of equal area (see above).
+binary_write_summary write_binary_file(const generated_layout& layout, const std::string& path,
+                                       const build_options& build = {}, const binary_write_options& options = {});
 
 // Reads the text layout at `text_path` and writes it as a binary file at
 // `binary_path`. The text is read as a client would, with `incline_slices`

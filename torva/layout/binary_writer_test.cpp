@@ -158,6 +158,26 @@ TEST(BinaryWriter, GeneratedLayoutConvertsBothWays) {
   }
 }
 
+TEST(BinaryWriter, GeneratorWritesBinaryAsItsTextReads) {
+  generator_params p;
+  p.kind = layout_kind::crossing;
+  p.blocks = 300;
+  p.polygon_share = 0.2;
+  p.incline_share = 0.2;
+  p.media = true;
+  round_trip t;
+  const generated_layout g = generate_layout(p);
+  const std::string path = t.path("generated.bin");
+  build_options b;
+  b.incline_slices = 3;  // as read_text reads
+  write_binary_file(g, path, b);
+  std::stringstream bytes;
+  bytes << std::ifstream(path, std::ios::binary).rdbuf();
+  internal::layout_match match;
+  match.medium_side_tans = false;
+  expect_same_layout(t.read_text(to_text(g)), t.read_binary(bytes.str()), match);
+}
+
 TEST(BinaryWriter, CylindersBecomeTheReadersEqualAreaSquares) {
   round_trip t;
   const std::string text =

@@ -4,7 +4,9 @@
 // Random small layouts of cuboids (some cut into slices), cylinders and convex
 // prisms around a random cube; lists filled in each dominance mode, completed,
 // and queried through the cache at random points of the cube. The answer is
-// compared with the nearest of ALL blocks by manhattan_distance.
+// compared with the nearest of ALL blocks by manhattan_distance. Merged
+// dominance is held only to the groups for which it is exact (see
+// merged_mode_scope). TORVA_EXACTNESS_TRIALS raises the number of layouts.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -213,7 +215,6 @@ configure config_of(const mode& m) {
   return config;
 }
 
-// TORVA_EXACTNESS_TRIALS raises the number of random layouts for a long hunt.
 const int trials = [] {
   const char* v = std::getenv("TORVA_EXACTNESS_TRIALS");
   return v != nullptr && std::atoi(v) > 0 ? std::atoi(v) : 400;
@@ -335,7 +336,10 @@ TEST(CandidateListExactness, ADominatorIsAsNearFromEveryPointOfTheCube) {
         }
     }
     EXPECT_GT(dominated_pairs, trials) << m.name;
-    if (m.group_dominance || m.group_optimize) EXPECT_GT(by_groups, trials / 20) << m.name;
+    // The cut solids must give the piece tests work of their own.
+    if (m.group_dominance || m.group_optimize) {
+      EXPECT_GT(by_groups, trials / 20) << m.name;
+    }
   }
 }
 

@@ -455,3 +455,77 @@ TEST_F(cli, bench_times_every_pair_beside_brute_force) {
 }
 
 }  // namespace
+
+// ------------------------------------------------------------------ convert
+
+namespace {
+
+// The lines of `info` from the second on: everything but the file's name, form and time.
+std::string body_of_info(const std::string& out) { return out.substr(out.find('\n') + 1); }
+
+std::string line_starting(const std::string& text, const std::string& head) {
+  const std::size_t at = text.find("\n" + head);
+  if (at == std::string::npos) return "";
+  return text.substr(at + 1, text.find('\n', at + 1) - at - 1);
+}
+
+TEST_F(cli, convert_text_to_binary_and_back_keeps_the_layout) {
+  const std::string bin = dir.file("bus.bin");
+  const outcome to_bin = run({"convert", example("bus.cap3d"), bin});
+  ASSERT_EQ(to_bin.status, 0) << to_bin.err;
+  EXPECT_THAT(to_bin.out, HasSubstr("binary form of"));
+  EXPECT_EQ(slurp(bin).substr(0, 12), "CAP3D_BINARY");
+
+  const outcome text_info = run({"info", example("bus.cap3d")});
+  const outcome bin_info = run({"info", bin});
+  ASSERT_EQ(bin_info.status, 0) << bin_info.err;
+  EXPECT_THAT(bin_info.out, HasSubstr("(binary, "));
+  EXPECT_EQ(body_of_info(bin_info.out), body_of_info(text_info.out));
+
+  // Back to text by the reader's dump: the same conductors, media and tasks.
+  const std::string txt = dir.file("bus_again.cap3d");
+  const outcome to_text = run({"convert", bin, txt});
+  ASSERT_EQ(to_text.status, 0) << to_text.err;
+  EXPECT_THAT(to_text.out, HasSubstr("text dump of the binary"));
+  const outcome again = run({"info", txt});
+  ASSERT_EQ(again.status, 0) << again.err;
+  for (const char* head : {"conductors", "media", "plate media", "tasks", "layers"})
+    EXPECT_EQ(line_starting(again.out, head), line_starting(text_info.out, head)) << head;
+
+  // The binary example indexes like the text one.
+  const outcome idx = run({"index", bin});
+  ASSERT_EQ(idx.status, 0) << idx.err;
+  EXPECT_THAT(idx.out, HasSubstr("2000 of 2000 agree"));
+}
+
+TEST_F(cli, convert_refuses_to_overwrite_and_cleans_up_after_a_failed_read) {
+  const std::string bin = dir.file("bus.bin");
+  ASSERT_EQ(run({"convert", example("bus.cap3d"), bin}).status, 0);
+  expect_one_line_failure(run({"convert", example("bus.cap3d"), bin}), "--force");
+  EXPECT_EQ(run({"convert", "--force", example("bus.cap3d"), bin}).status, 0);
+  expect_one_line_failure(run({"convert", "--force", bin, bin}), "same file");
+
+  // A binary file cut in the middle of a record: no dump is left behind.
+  const std::string whole = slurp(bin);
+  const std::string cut = dir.file("cut.bin");
+  write_file(cut, whole.substr(0, whole.size() / 2 + 3));
+  const std::string out = dir.file("cut.cap3d");
+  const outcome r = run({"convert", cut, out});
+  EXPECT_EQ(r.status, 1) << r.out;
+  EXPECT_FALSE(std::filesystem::exists(out));
+
+  expect_one_line_failure(run({"convert", dir.file("missing.cap3d"), dir.file("x.bin")}), "no such file");
+  EXPECT_EQ(run({"convert", example("bus.cap3d")}).status, 2);
+}
+
+TEST_F(cli, gen_binary_writes_the_binary_form) {
+  const std::string bin = dir.file("gen.bin");
+  const outcome g = run({"gen", "crossing", "--size", "200", "--binary", bin});
+  ASSERT_EQ(g.status, 0) << g.err;
+  const outcome i = run({"info", bin});
+  ASSERT_EQ(i.status, 0) << i.err;
+  EXPECT_THAT(i.out, HasSubstr("(binary, "));
+  EXPECT_THAT(i.out, HasSubstr("200 blocks: 200 cuboid"));
+}
+
+}  // namespace

@@ -3,6 +3,5 @@
 
 namespace torva::cli {
 
-command add_convert(CLI::App&) { return {}; }
 
 }  // namespace torva::cli

@@ -1,7 +1,0 @@
-// Subcommands whose library part is not in yet: not registered.
-#include "commands.h"
-
-namespace torva::cli {
-
-
-}  // namespace torva::cli

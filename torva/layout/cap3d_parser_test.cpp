@@ -155,6 +155,17 @@ TEST(Parse, EmptyRootReadsAndLeavesTheRecordAsItWas) {
   EXPECT_EQ(f.log.error(), "");
 }
 
+TEST(Parse, NoWordOutlivesTheRead) {
+  parse_fixture f;
+  Cap3dParser parser(f.raw, 1, true, false);
+  // a failed read with words carried over, then a good one
+  EXPECT_FALSE(parser.parse(f.write("<cap3d> <task> <capacitance> a b </capacitance> </task> x y"), ""));
+  EXPECT_TRUE(parser.words.empty());
+  EXPECT_TRUE(parser.parse(f.write("<cap3d> <layer> name M1 type via </layer>\n</cap3d>\n"), ""));
+  EXPECT_TRUE(parser.words.empty());
+  EXPECT_EQ(parser.state, 0u);
+}
+
 TEST(Parse, FileEndingWithoutRootCloseIsReported) {
   parse_fixture f;
   EXPECT_FALSE(f.parse("<cap3d>\n<window> name w </window>\n</cap3d>"));

@@ -122,6 +122,14 @@ TEST(WordSplitter, ACommentOpenBehindTheTagWillBeReadAgain) {
   EXPECT_EQ(s.parser.comment_state, 0);
 }
 
+TEST(WordSplitter, TheLastCharacterSeenDoesNotSurviveAChunk) {
+  splitter s;
+  s.split("a /* x *");
+  EXPECT_EQ(s.more("/ b */ c "), (words_t{"a", "c"}));  // the first "*/" was split
+  s.split("a /");
+  EXPECT_EQ(s.more("/ b "), (words_t{"a", "/", "b"}));  // no line comment across chunks
+}
+
 TEST(WordSplitter, BinaryZerosAreLettersButEndTheTextOfAWord) {
   splitter s;
   const std::string text("ab\0cd ef ", 9);

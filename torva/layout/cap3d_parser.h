@@ -156,7 +156,7 @@ class Cap3dParser {
 
   void closeConductor();
   void closeMedium();
-  void addPending(const shape_t& shape, double side_tan, const std::string& name, short layer);
+  void addPending(shape_t shape, double side_tan, const std::string& name, short layer);
 
   // Positions behind each word found by the latest scan, kept between chunks
   // so that the list is not allocated for every chunk.

@@ -20,11 +20,8 @@ cuboid_t box(double x0, double y0, double z0, double x1, double y1, double z1) {
 }
 
 shape_t cylinder_shape(double cx, double cy, double cz, double r, double half) {
-  static std::vector<cylinder_t>* keep = new std::vector<cylinder_t>;  // shapes point here
-  keep->reserve(4096);
-  keep->push_back(cylinder_t{P3(cx, cy, cz), r, half});
   shape_t s;
-  s.solid = &keep->back();
+  s.solid = new_solid(cylinder_t{P3(cx, cy, cz), r, half});
   s.outer_box = box(cx - r, cy - r, cz - half, cx + r, cy + r, cz + half);
   s.inner_box = s.outer_box;
   s.shape_kind = shape_cylinder;

@@ -1,0 +1,62 @@
+#include "torva/layout/solids.h"
+
+#include <gtest/gtest.h>
+
+
+namespace torva {
+namespace {
+
+point2 P(double x, double y) { return point2{{x, y}}; }
+
+TEST(SolidsWriteTo, CuboidPrintsCornersAndEdgeLengths) {
+  sea::string_writer out;
+  const cuboid_t c{{{1, -2, 0.5}}, {{4, 3, 0.75}}};
+  c.write_to(out);
+  EXPECT_EQ(out.text,
+            "(1.000000000000, -2.000000000000, 0.500000000000):(4.000000000000, 3.000000000000, 0.750000000000)"
+            ", xlen: 3.000000000000, ylen: 5.000000000000, zlen: 0.250000000000");
+}
+
+TEST(SolidsWriteTo, PrismPrintsVerticesInUseThenBottomAndTop) {
+  sea::string_writer out;
+  nprism_t p;
+  p.points[0] = P(0, 0);
+  p.points[1] = P(1.5, 0);
+  p.points[2] = P(0, -2);
+  p.points[3] = P(9, 9);  // beyond size: not printed
+  p.size = 3;
+  p.bottom = -1;
+  p.top = 2.25;
+  p.write_to(out);
+  EXPECT_EQ(out.text,
+            "(0.000000000000, 0.000000000000) (1.500000000000, 0.000000000000) (0.000000000000, -2.000000000000) "
+            "-1.000000000000 2.250000000000");
+}
+
+TEST(SolidsWriteTo, EmptyPrismPrintsOnlyItsHeights) {
+  sea::string_writer out;
+  nprism_t p;
+  p.bottom = 0;
+  p.top = 1;
+  p.write_to(out);
+  EXPECT_EQ(out.text, "0.000000000000 1.000000000000");
+}
+
+TEST(SolidShapes, CuboidShapeIsItsOwnBoxesAndPieces) {
+  const cuboid_t c{{{0, 0, 0}}, {{1, 2, 3}}};
+  const shape_t s = make_cuboid_shape(c);
+  EXPECT_EQ(s.shape_kind, shape_cuboid);
+  EXPECT_EQ(s.cuboid().upper[2].value, 3.0);
+  EXPECT_EQ(s.inner_box.upper[1].value, 2.0);
+  EXPECT_EQ(s.outer_box.lower[0].value, 0.0);
+  ASSERT_EQ(s.inner_pieces.size(), 1u);
+  ASSERT_EQ(s.outer_pieces.size(), 1u);
+  // Copies share the solid and own their piece lists.
+  shape_t copy = s;
+  EXPECT_EQ(copy.solid, s.solid);
+  copy.inner_pieces.push_back(c);
+  EXPECT_EQ(s.inner_pieces.size(), 1u);
+}
+
+}  // namespace
+}  // namespace torva

@@ -1,0 +1,238 @@
+// The sections with plain keys: window, parameter, layer, task, plate medium.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <string>
+#include <unordered_set>
+
+#include "torva/layout/cap3d_parser.h"
+#include "torva/layout/internal/parse_fixture.h"
+
+namespace torva {
+namespace {
+
+using internal::parse_fixture;
+
+std::string root(const std::string& body) { return "<cap3d>\n" + body + "\n</cap3d>\n"; }
+
+void expect_point(const point3& p, double x, double y, double z) {
+  EXPECT_EQ(p[0].value, x);
+  EXPECT_EQ(p[1].value, y);
+  EXPECT_EQ(p[2].value, z);
+}
+
+TEST(Window, NameCornersAndBoundary) {
+  parse_fixture f;
+  ASSERT_TRUE(f.parse(root("<window> name w v1(0,0,0) v2(10,10,10) dirichlet </window>")));
+  EXPECT_EQ(f.raw.window_name, "w");
+  EXPECT_EQ(f.raw.boundary, 1);
+  expect_point(f.raw.window.lower, 0, 0, 0);
+  expect_point(f.raw.window.upper, 10, 10, 10);
+
+  // an empty window is neumann and zero; the corners are not ordered
+  ASSERT_TRUE(f.parse(root("<window> </window>")));
+  EXPECT_EQ(f.raw.boundary, 2);
+  expect_point(f.raw.window.upper, 0, 0, 0);
+  ASSERT_TRUE(f.parse(root("<window> v2 1 2 3 dirichlet neumann v1(5,-6,7.5) </window>")));
+  EXPECT_EQ(f.raw.boundary, 2);
+  expect_point(f.raw.window.lower, 5, -6, 7.5);
+  expect_point(f.raw.window.upper, 1, 2, 3);
+}
+
+TEST(Window, ErrorKeepsTheOldBoxButNotNameOrBoundary) {
+  parse_fixture f;
+  ASSERT_TRUE(f.parse(root("<window> name old v2(1,1,1) dirichlet </window>")));
+  EXPECT_FALSE(f.parse(root("<window> name new v2(9,9,9) oops </window>")));
+  EXPECT_EQ(f.log.error(), "ERROR: (Syntax) \"oops\".\n");
+  EXPECT_EQ(f.raw.window_name, "new");
+  EXPECT_EQ(f.raw.boundary, 2);
+  expect_point(f.raw.window.upper, 1, 1, 1);
+}
+
+TEST(Window, AValueThatIsAKeywordIsTakenAsAValue) {
+  parse_fixture f;
+  ASSERT_TRUE(f.parse(root("<window> name dirichlet </window>")));
+  EXPECT_EQ(f.raw.window_name, "dirichlet");
+  EXPECT_EQ(f.raw.boundary, 2);
+}
+
+TEST(Parameter, EveryKeyLandsInItsField) {
+  parse_fixture f;
+  ASSERT_TRUE(f.parse(root(
+      "<parameter>\n c-ratio 1.5 b-ratio 2.5 b-net-ratio 3.5 self-precision 0.01 coupling-precision 0.02\n"
+      " blk-self-precision 0.03 blk-coupling-precision 0.04 thread-num 8 log-file run.log\n"
+      " out-file run.out seed 42 spice on walk-type 3 outmincap 1e-18\n</parameter>")));
+  const circuit_layout::raw& r = f.raw;
+  EXPECT_EQ(r.c_ratio, 1.5);
+  EXPECT_EQ(r.b_ratio, 2.5);
+  EXPECT_EQ(r.b_net_ratio, 3.5);
+  EXPECT_EQ(r.self_precision, 0.01);
+  EXPECT_EQ(r.coupling_precision, 0.02);
+  EXPECT_EQ(r.blk_self_precision, 0.03);
+  EXPECT_EQ(r.blk_coupling_precision, 0.04);
+  EXPECT_EQ(r.thread_num, 8);
+  EXPECT_EQ(r.log_file, "run.log");
+  EXPECT_EQ(r.out_file, "run.out");
+  EXPECT_EQ(r.seed, 42);
+  EXPECT_EQ(r.spice, 1);
+  EXPECT_EQ(r.walk_type, 3);
+  EXPECT_EQ(r.outmincap, 1e-18);
+}
+
+TEST(Parameter, KeysLeftOutKeepTheClientsValuesAndTheLastValueWins) {
+  parse_fixture f;
+  f.raw.seed = 99;
+  f.raw.spice = 1;
+  ASSERT_TRUE(f.parse(root("<parameter> thread-num 2 thread-num 5 spice off </parameter>")));
+  EXPECT_EQ(f.raw.seed, 99);
+  EXPECT_EQ(f.raw.thread_num, 5);
+  EXPECT_EQ(f.raw.spice, 0);
+}
+
+TEST(Parameter, BadNumbersAreSilentlyZeroOrTruncated) {
+  parse_fixture f;
+  ASSERT_TRUE(f.parse(root("<parameter> thread-num 4.7 seed abc c-ratio 2.5x self-precision -x </parameter>")));
+  EXPECT_EQ(f.raw.thread_num, 4);
+  EXPECT_EQ(f.raw.seed, 0);
+  EXPECT_EQ(f.raw.c_ratio, 2.5);
+  EXPECT_EQ(f.raw.self_precision, 0.0);
+  EXPECT_EQ(f.log.error(), "");
+}
+
+TEST(Parameter, SpiceMustBeOnOrOffAndTheValueIsReported) {
+  parse_fixture f;
+  f.raw.seed = 1;
+  EXPECT_FALSE(f.parse(root("<parameter> seed 3 spice maybe seed 4 </parameter>")));
+  EXPECT_EQ(f.log.error(), "ERROR: (Syntax) \"maybe\".\n");
+  EXPECT_EQ(f.raw.seed, 3);  // what came before the error stays
+}
+
+TEST(Parameter, UnknownKeyAndMissingValue) {
+  parse_fixture f;
+  EXPECT_FALSE(f.parse(root("<parameter> threads 4 </parameter>")));
+  EXPECT_EQ(f.log.error(), "ERROR: (Syntax) \"threads\".\n");
+  f.log.clear();
+  // the closing tag becomes the value, and the list runs out
+  EXPECT_FALSE(f.parse("<cap3d> <parameter> log-file </parameter>\n"));
+  EXPECT_EQ(f.log.error(), "ERROR: (Syntax) \"</parameter>\".\n");
+}
+
+TEST(Layer, StoresTypeWminAndId) {
+  parse_fixture f;
+  ASSERT_TRUE(f.parse(root("<layer> name M1 type interconnect wmin 0.1 flat MIN thickness 2 id 3 </layer>")));
+  EXPECT_EQ(f.raw.layer_types.at("M1"), "interconnect");
+  ASSERT_EQ(f.raw.layer_wmins.size(), 1u);
+  EXPECT_EQ(f.raw.layer_wmins[0].value, 0.1);
+  EXPECT_EQ(f.raw.layer_names.at(3), "M1");
+}
+
+TEST(Layer, MinusOneMarksNoWminAndNoId) {
+  parse_fixture f;
+  ASSERT_TRUE(f.parse(root("<layer> name M1 type interconnect wmin -1 </layer>\n"
+                           "<layer> name V1 type via id -1 </layer>\n"
+                           "<layer> name M2 type interconnect wmin 0 </layer>")));
+  ASSERT_EQ(f.raw.layer_wmins.size(), 1u);
+  EXPECT_EQ(f.raw.layer_wmins[0].value, 0.0);
+  EXPECT_TRUE(f.raw.layer_names.empty());
+  EXPECT_EQ(f.raw.layer_types.size(), 3u);
+}
+
+TEST(Layer, FirstTypeOfANameAndFirstNameOfAnIdStay) {
+  parse_fixture f;
+  ASSERT_TRUE(f.parse(root("<layer> name M1 type interconnect wmin 0.1 id 1 </layer>\n"
+                           "<layer> name M1 type via wmin 0.2 id 2 </layer>\n"
+                           "<layer> name M9 type via id 1 </layer>")));
+  EXPECT_EQ(f.raw.layer_types.at("M1"), "interconnect");
+  ASSERT_EQ(f.raw.layer_wmins.size(), 2u);
+  EXPECT_EQ(f.raw.layer_wmins[1].value, 0.2);
+  EXPECT_EQ(f.raw.layer_names.at(1), "M1");
+  EXPECT_EQ(f.raw.layer_names.at(2), "M1");
+}
+
+TEST(Layer, NameAndTypeAreRequired) {
+  for (const char* body : {"<layer> name M1 wmin 0.5 id 4 </layer>", "<layer> type via id 4 </layer>"}) {
+    parse_fixture f;
+    EXPECT_FALSE(f.parse(root(body))) << body;
+    EXPECT_EQ(f.log.error(), "ERROR: (Syntax) \"</layer>\".\n");
+    EXPECT_TRUE(f.raw.layer_types.empty());
+    EXPECT_TRUE(f.raw.layer_wmins.empty());
+    EXPECT_TRUE(f.raw.layer_names.empty());
+  }
+}
+
+TEST(Layer, IdIsCutToAShort) {
+  parse_fixture f;
+  ASSERT_TRUE(f.parse(root("<layer> name big type via id 65537 </layer>")));
+  EXPECT_EQ(f.raw.layer_names.at(1), "big");
+}
+
+TEST(Task, CapacitanceElementsAddToOneSet) {
+  parse_fixture f;
+  ASSERT_TRUE(f.parse(root("<task> <capacitance> net1 </capacitance> <capacitance> net2 </capacitance> </task>\n"
+                           "<task> <capacitance> net1 </capacitance> </task> <task> </task>")));
+  EXPECT_EQ(f.raw.capacitance_tasks, (std::unordered_set<std::string>{"net1", "net2"}));
+}
+
+TEST(Task, AnElementHoldsExactlyOneName) {
+  parse_fixture f;
+  EXPECT_FALSE(f.parse(root("<task> <capacitance> a b </capacitance> </task>")));
+  EXPECT_EQ(f.log.error(), "");
+  EXPECT_EQ(f.raw.capacitance_tasks.count("a"), 1u);  // already stored
+  EXPECT_FALSE(f.parse(root("<task> net </task>")));
+  EXPECT_EQ(f.log.error(), "ERROR: (Syntax) \"net\".\n");
+}
+
+TEST(PlateMedium, AlsoStandsAsAnEmptyBody) {
+  parse_fixture f;
+  ASSERT_TRUE(f.parse(root("<plate_medium> name ox z_top 4.5 diel 3.9 </plate_medium>\n"
+                           "<plate_medium> name bare </plate_medium>")));
+  ASSERT_EQ(f.raw.plate_mediums.size(), 2u);
+  EXPECT_EQ(f.raw.plate_mediums[0].name, "ox");
+  EXPECT_EQ(f.raw.plate_mediums[0].z_top.value, 4.5);
+  EXPECT_EQ(f.raw.plate_mediums[0].diel.value, 3.9);
+  EXPECT_EQ(f.raw.plate_mediums[1].z_top.value, 0.0);
+  EXPECT_EQ(f.raw.plate_mediums[1].diel.value, 0.0);
+  ASSERT_EQ(f.raw.medium_nets.size(), 2u);
+  EXPECT_EQ(f.raw.medium_nets[0].name, "ox");
+  EXPECT_EQ(f.raw.medium_nets[0].diel.value, 3.9);
+  EXPECT_TRUE(f.raw.medium_nets[0].blocks.empty());
+}
+
+TEST(PlateMedium, UnknownKey) {
+  parse_fixture f;
+  EXPECT_FALSE(f.parse(root("<plate_medium> name ox thickness 2 </plate_medium>")));
+  EXPECT_EQ(f.log.error(), "ERROR: (Syntax) \"thickness\".\n");
+  EXPECT_TRUE(f.raw.plate_mediums.empty());
+}
+
+TEST(Sections, MayStandInsideAConductorAndInAnyOrder) {
+  parse_fixture f;
+  ASSERT_TRUE(f.parse(root("<task> </task> <conductor> name c <window> name w </window> </conductor>\n"
+                           "<parameter> seed 5 </parameter>")));
+  EXPECT_EQ(f.raw.window_name, "w");
+  EXPECT_EQ(f.raw.wire_nets.at(0).name, "c");
+  EXPECT_EQ(f.raw.seed, 5);
+}
+
+TEST(Numbers, ConversionsMatchTheCLibrary) {
+  for (const char* word : {"1", "-2.5", "+3.25", ".5", "5.", "1e3", "1E-3", "-0", "0x1p3", "inf", "-nan", "abc", "",
+                           "1.5abc", "1e", "1e+", "--1", "+-1", "1e400", "4.9e-324", "1e-400",
+                           "0.1000000000000000055511151231257827", "123456789012345678901234567890", "\v7"}) {
+    const double expected = std::strtod(word, nullptr);
+    const double got = Cap3dParser::parseDouble(word);
+    if (std::isnan(expected)) {
+      EXPECT_TRUE(std::isnan(got)) << word;
+    } else {
+      EXPECT_EQ(got, expected) << word;
+      EXPECT_EQ(std::signbit(got), std::signbit(expected)) << word;
+    }
+  }
+  EXPECT_EQ(Cap3dParser::parseInt("42x"), 42);
+  EXPECT_EQ(Cap3dParser::parseInt("x"), 0);
+  EXPECT_EQ(Cap3dParser::parseInt("-7.9"), -7);
+  EXPECT_EQ(Cap3dParser::parseString("a@b"), "a@b");
+}
+
+}  // namespace
+}  // namespace torva

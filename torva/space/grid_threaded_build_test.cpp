@@ -42,7 +42,7 @@ void expect_same_list(const candidate_list& a, const candidate_list& b, const st
   }
 }
 
-template <int N>
+template <auto N>
 void expect_same_node(const octree_node<N>& a, const octree_node<N>& b, const std::string& where) {
   EXPECT_EQ(a.depth, b.depth) << where;
   expect_same_list(a.list, b.list, where);
@@ -97,7 +97,7 @@ circuit_layout& crowded_layout() {
 struct grid_load {
   std::uint64_t candidates = 0, inner_nodes = 0, halvings = 0;
 };
-template <int N>
+template <auto N>
 void count(const octree_node<N>& n, grid_load& load) {
   load.candidates += n.list.candidates.size();
   if (n.children) {

@@ -5,3 +5,4 @@
 #include "torva/layout/layout.h"
 #include "torva/geometry/geometry.h"
 #include "torva/space/spacemgr.h"
+#include "torva/tables/tables.h"

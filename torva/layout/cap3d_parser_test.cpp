@@ -462,6 +462,7 @@ TEST(BadInput, RandomGarbageNeverCrashes) {
                           "floating", "id", "type", "wmin"};
   const char* separators[] = {" ", "\n", "(", ",", ")", "\t", "", "/"};
   std::mt19937 random(12345);
+  parse_fixture f;
   for (int round = 0; round < 300; ++round) {
     std::string text;
     const int count = static_cast<int>(random() % 200);
@@ -470,7 +471,7 @@ TEST(BadInput, RandomGarbageNeverCrashes) {
       text += separators[random() % std::size(separators)];
       if (random() % 50 == 0) text.push_back(static_cast<char>(random() % 256));
     }
-    parse_fixture f;
+    f.raw = circuit_layout::raw{};
     f.slices = static_cast<int>(random() % 3);
     try {
       f.parse(text);

@@ -92,10 +92,14 @@ bool Cap3dParser::parseBlock(unsigned int& i) {
 
   // A leaning block: horizontal slices, bottom first, each centred on the
   // block's vertical axis, growing by side_tan with height.
-  const int n = incline_slices;
+  // Counts are carried as doubles (exact for any int) so that no product of
+  // them can overflow.
+  const int slices = incline_slices;
+  const double n = slices;
   const double h = zlen;
   const double t = side_tan;
-  for (int k = 1; k <= n; ++k) {
+  for (int slice = 1; slice <= slices; ++slice) {
+    const double k = slice;
     const double d = (1 + (n - 2 * k)) * h * t / (2 * n);
     const double e = (2 * k - 1 - n) * h * t / n;
     const point3 low{base[0] + d, base[1] + d, base[2] + (k - 1) * h / n};

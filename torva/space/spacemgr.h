@@ -3,3 +3,11 @@
 
 #include "torva/space/candidate_list.h"
 #include "torva/space/candidate_list_cache.h"
+#include "torva/space/thresholder.h"
+#include "torva/space/octree_node.h"
+#include "torva/space/octree_spacemgr.h"
+#include "torva/space/simple_spacemgr.h"
+#include "torva/space/unused_spacemgr.h"
+#include "torva/space/space_manager_interface.h"
+#include "torva/space/basic_space_manager.h"
+#include "torva/space/layout_fields.h"

@@ -1,0 +1,323 @@
+// The oracle of nearest-conductor search: on many random layouts, for every
+// pair of strategies and every dominance mode, the answers of a manager are
+// checked against a brute-force scan over all blocks that uses no code of the
+// search structures (only the distance functions of the geometry).
+//
+// What an answer must hold, for a point outside the conductors:
+// - its distance never exceeds the nearest block's distance (plus 1e-10), nor
+//   the limit: a walker jumps in a cube of that size and must hit nothing;
+// - a named block lies at exactly that distance (or, when the answer is the
+//   "on the conductor" 0, nearer than 0.0001);
+// - with every ratio 1, where the nearest block lies within the caches' scope
+//   and the limit, the answer is that block's distance.
+//
+// Adding a pair is one line in `pairs` below.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "torva/foundation/abstract_wrapper.h"
+#include "torva/geometry/distance.h"
+#include "torva/space/basic_space_manager.h"
+#include "torva/space/layout_fields.h"
+#include "torva/space/octree_spacemgr.h"
+#include "torva/space/simple_spacemgr.h"
+#include "torva/space/space_manager_interface.h"
+#include "torva/space/unused_spacemgr.h"
+#include "torva_testing/log_capture.h"
+#include "torva_testing/random_layout.h"
+
+namespace torva {
+namespace {
+
+using manager_holder = sea::abstract_wrapper<space_manager_interface>;
+using build_function = void (*)(manager_holder&, const configure&, const circuit_layout&);
+
+template <class Pair>
+void build(manager_holder& holder, const configure& config, const circuit_layout& layout) {
+  holder.construct<Pair>().initialize(config, layout);
+}
+
+struct pair_entry {
+  const char* name;
+  build_function make;
+};
+
+// Every pair built so far.
+const pair_entry pairs[] = {
+    {"simple_simple", &build<basic_space_manager<simple_spacemgr<3>, simple_spacemgr<1>>>},
+    {"octree_octree", &build<basic_space_manager<octree_spacemgr<3>, octree_spacemgr<1>>>},
+    {"simple_none", &build<basic_space_manager<simple_spacemgr<0>, unused_spacemgr>>},
+    {"octree_none", &build<basic_space_manager<octree_spacemgr<0>, unused_spacemgr>>},
+};
+
+enum class dominance { plain, piecewise, merged };
+
+struct mode {
+  dominance dom;
+  bool double_ratio;
+};
+
+const char* name_of(dominance d) {
+  switch (d) {
+    case dominance::plain: return "plain";
+    case dominance::piecewise: return "piecewise";
+    case dominance::merged: return "merged";
+  }
+  return "?";
+}
+
+struct brute_answer {
+  double distance = 1e300;
+  std::size_t index = 0;
+};
+
+brute_answer brute_nearest(const circuit_layout& layout, const point3& p) {
+  brute_answer best;
+  for (std::size_t i = 0; i < layout.data.wire_blocks.size(); ++i) {
+    const double d = manhattan_distance(p, layout.data.wire_blocks[i]).value;
+    if (d < best.distance) best = {d, i};
+  }
+  return best;
+}
+
+// The inward distance from p to the nearest face of the box.
+double wall_distance(const cuboid_t& box, const point3& p) {
+  double d = 1e300;
+  for (int k = 0; k < 3; ++k)
+    d = std::min({d, p[k].value - box.lower[k].value, box.upper[k].value - p[k].value});
+  return d;
+}
+
+bool strictly_inside(const cuboid_t& box, const point3& p) {
+  for (int k = 0; k < 3; ++k)
+    if (!(p[k].value > box.lower[k].value + 1e-9 && p[k].value < box.upper[k].value - 1e-9)) return false;
+  return true;
+}
+
+// A random point of the window that lies in no conductor. One point in eight
+// is snapped to a coarse lattice, so that it falls on the dividing planes of
+// trees and on faces of blocks.
+point3 random_free_point(const circuit_layout& layout, std::mt19937_64& rng) {
+  const cuboid_t& w = layout.data.window;
+  std::uniform_real_distribution<double> unit(0.0, 1.0);
+  for (;;) {
+    point3 p;
+    const bool snap = unit(rng) < 0.125;
+    for (int k = 0; k < 3; ++k) {
+      double t = unit(rng);
+      if (snap) t = std::round(t * 64) / 64;
+      p[k] = w.lower[k].value + (w.upper[k].value - w.lower[k].value) * t;
+    }
+    if (brute_nearest(layout, p).distance >= 0.0) return p;
+  }
+}
+
+struct oracle {
+  const circuit_layout& layout;
+  const configure& config;
+  const space_manager_interface& manager;
+  std::string where;
+  int checked_equal = 0;
+
+  // Checks one answer; returns false after the first failure so that a broken
+  // pair reports one point and not thousands.
+  bool check(const point3& p, double limit, const nearest_result& r, const candidate_list_cache& first,
+             const candidate_list_cache& second, bool fresh) {
+    constexpr double eps = 1e-10;
+    const brute_answer truth = brute_nearest(layout, p);
+    const std::string at = where + " at (" + std::to_string(p[0].value) + ", " + std::to_string(p[1].value) +
+                           ", " + std::to_string(p[2].value) + ") limit " + std::to_string(limit);
+    EXPECT_LE(r.distance.value, truth.distance + eps) << at << ": claims more room than there is";
+    EXPECT_LE(r.distance.value, limit + eps) << at << ": beyond the limit";
+    if (r.block != nullptr) {
+      const double d = manhattan_distance(p, *r.block).value;
+      if (r.distance.value == 0.0 && r.reach.value == 0.0) {
+        EXPECT_LT(d, 0.0001) << at << ": on-conductor answer for a block that is farther";
+      } else {
+        EXPECT_NEAR(d, r.distance.value, eps) << at << ": the named block is not at the answered distance";
+      }
+    }
+    const bool by_wall = config.use_critical_box && layout.data.boundary == 1 &&
+                         !contains(layout.data.critical_box, p);
+    if (by_wall) {
+      // A reused cache whose cube still holds the point answers from its list
+      // before any box test; only a fresh query must meet the wall.
+      if (!fresh) return !::testing::Test::HasFailure();
+      const double wall = std::min(wall_distance(layout.data.window, p), limit);
+      EXPECT_EQ(r.block, nullptr) << at;
+      EXPECT_NEAR(r.distance.value, wall, eps) << at << ": outside the critical box the wall answers";
+    } else if (!config.double_incline_ratio) {
+      double scope = first.scope.value;
+      if (second.list != nullptr && second.list->kind != spacemgr_none) scope = std::min(scope, second.scope.value);
+      if (truth.distance < std::min(scope, limit) - 1e-9) {
+        ++checked_equal;
+        if (truth.distance < 0.0001 - eps) {
+          EXPECT_EQ(r.distance.value, 0.0) << at << ": on a conductor";
+        } else {
+          EXPECT_NEAR(r.distance.value, truth.distance, 1e-9)
+              << at << ": missed block " << truth.index << " within scope " << scope;
+        }
+      }
+    }
+    return !::testing::Test::HasFailure();
+  }
+};
+
+struct layout_case {
+  const char* name;
+  testing::layout_recipe recipe;
+  configure settings;  // limits and ratios of the trees; flags are set per mode
+};
+
+std::vector<layout_case> layout_cases() {
+  std::vector<layout_case> cases;
+  auto add = [&cases](const char* name, testing::layout_recipe recipe, int max_candidates, int max_depth,
+                      double scope_ratio) {
+    configure c;
+    c.max_candidates = max_candidates;
+    c.max_depth = max_depth;
+    c.octree_scope_ratio = scope_ratio;
+    cases.push_back({name, recipe, c});
+  };
+  testing::layout_recipe sparse;
+  sparse.blocks = 30;
+  sparse.spread = 0.9;
+  add("sparse", sparse, -1, -1, 0.5);
+
+  testing::layout_recipe crowded;
+  crowded.blocks = 150;
+  crowded.spread = 0.4;
+  crowded.touching_share = 0.3;
+  add("crowded", crowded, 4, 6, 0.7);
+
+  testing::layout_recipe cuboids;
+  cuboids.blocks = 80;
+  cuboids.cylinder_share = 0;
+  cuboids.prism_share = 0;
+  cuboids.touching_share = 0.5;
+  add("cuboids_touching", cuboids, 2, 8, 0.5);
+
+  testing::layout_recipe round;
+  round.blocks = 60;
+  round.cylinder_share = 0.6;
+  round.prism_share = 0.4;
+  add("cylinders_prisms", round, 3, -1, 1.0);
+
+  testing::layout_recipe pieces;
+  pieces.blocks = 70;
+  pieces.max_pieces = 4;
+  pieces.cylinder_share = 0.2;
+  pieces.prism_share = 0.3;
+  pieces.touching_share = 0.4;
+  add("cut_pieces", pieces, 0, 5, 0.5);
+
+  testing::layout_recipe slender;
+  slender.blocks = 60;
+  slender.min_edge = 0.1;
+  slender.max_edge = 30;
+  slender.spread = 0.6;
+  add("slender_overlapping", slender, 5, 3, 0.5);
+
+  testing::layout_recipe neumann = crowded;
+  neumann.blocks = 60;
+  neumann.boundary = 2;
+  add("neumann", neumann, 1, 10, 0.6);
+
+  testing::layout_recipe corner = sparse;
+  corner.blocks = 12;
+  corner.spread = 0.2;  // all blocks in the middle: a large critical-box margin
+  add("small_middle", corner, 1, 2, 0.5);
+  return cases;
+}
+
+using oracle_param = std::tuple<int, dominance, bool>;
+
+class NearestOracle : public ::testing::TestWithParam<oracle_param> {};
+
+TEST_P(NearestOracle, AnswersNeverExceedTheNearestBlockAndAreExactWithinScope) {
+  const auto [pair_index, dom, double_ratio] = GetParam();
+  const pair_entry& entry = pairs[pair_index];
+  testing::log_capture log;
+  std::uint64_t seed = 1000 * std::uint64_t(pair_index) + 17 * std::uint64_t(dom) + (double_ratio ? 7 : 0);
+  int equal_checks = 0;
+  for (const layout_case& lc : layout_cases()) {
+    for (int critical = 0; critical < 2; ++critical) {
+      for (int round = 0; round < 2; ++round) {
+        const std::uint64_t layout_seed = seed++;
+        auto layout = testing::make_random_layout(lc.recipe, layout_seed);
+        derive_layout_fields(*layout);
+        configure config = lc.settings;
+        config.group_dominance = dom == dominance::piecewise;
+        config.group_optimize = dom == dominance::merged;
+        config.double_incline_ratio = double_ratio;
+        config.use_critical_box = critical == 1;
+        manager_holder holder;
+        entry.make(holder, config, *layout);
+        oracle check{*layout, config, *holder,
+                     std::string(entry.name) + "/" + lc.name + " seed " + std::to_string(layout_seed) +
+                         (critical ? " critical" : "")};
+        std::mt19937_64 rng(layout_seed * 31 + 5);
+        std::uniform_real_distribution<double> unit(0.0, 1.0);
+        const double size = layout->data.window.upper[0].value - layout->data.window.lower[0].value;
+
+        // Fresh caches for every point, with limits from tiny to unbounded.
+        for (int i = 0; i < 250; ++i) {
+          const point3 p = random_free_point(*layout, rng);
+          const double limit = i % 3 == 0 ? 1e9 : size * unit(rng) * (i % 3 == 1 ? 0.5 : 0.02);
+          candidate_list_cache first, second;
+          const nearest_result r = holder->nearest(p, limit, first, second);
+          if (!check.check(p, limit, r, first, second, true)) return;
+        }
+        // Reused caches along walk-like paths: each next point on the surface of
+        // the cube that the last answer allows; a new path when it gets small.
+        candidate_list_cache first, second;
+        point3 p = random_free_point(*layout, rng);
+        for (int i = 0; i < 500; ++i) {
+          const double limit = i % 5 == 0 ? size * 0.05 : 1e9;
+          const nearest_result r = holder->nearest(p, limit, first, second);
+          if (!check.check(p, limit, r, first, second, false)) return;
+          const double half = r.distance.value;
+          if (half < size * 1e-3) {
+            p = random_free_point(*layout, rng);
+            continue;
+          }
+          point3 next = p;
+          const int face = int(unit(rng) * 6) % 6;
+          for (int k = 0; k < 3; ++k) next[k] = p[k].value + half * (2 * unit(rng) - 1);
+          next[face % 3] = p[face % 3].value + (face < 3 ? half : -half);
+          if (!strictly_inside(layout->data.window, next) || brute_nearest(*layout, next).distance < 0.0)
+            next = random_free_point(*layout, rng);
+          p = next;
+        }
+        equal_checks += check.checked_equal;
+      }
+    }
+  }
+  // The exactness check must have had something to check.
+  if (!double_ratio) {
+    EXPECT_GT(equal_checks, 1000);
+  }
+}
+
+std::string oracle_name(const ::testing::TestParamInfo<oracle_param>& info) {
+  const auto [pair_index, dom, double_ratio] = info.param;
+  return std::string(pairs[pair_index].name) + "_" + name_of(dom) + (double_ratio ? "_ratio2" : "_ratio1");
+}
+
+INSTANTIATE_TEST_SUITE_P(AllPairs, NearestOracle,
+                         ::testing::Combine(::testing::Range(0, int(std::size(pairs))),
+                                            ::testing::Values(dominance::plain, dominance::piecewise,
+                                                              dominance::merged),
+                                            ::testing::Bool()),
+                         oracle_name);
+
+}  // namespace
+}  // namespace torva

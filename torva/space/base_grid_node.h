@@ -9,7 +9,7 @@
 
 #include <cstdint>
 
-#include "torva/space/internal/flat_node.h"
+#include "torva/space/flat_node.h"
 
 namespace torva {
 

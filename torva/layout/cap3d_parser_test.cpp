@@ -122,6 +122,14 @@ TEST(WordSplitter, ACommentOpenBehindTheTagWillBeReadAgain) {
   EXPECT_EQ(s.parser.comment_state, 0);
 }
 
+TEST(WordSplitter, TheLastCharacterSeenDoesNotSurviveAChunk) {
+  splitter s;
+  s.split("a /* x *");
+  EXPECT_EQ(s.more("/ b */ c "), (words_t{"a", "c"}));  // the first "*/" was split
+  s.split("a /");
+  EXPECT_EQ(s.more("/ b "), (words_t{"a", "/", "b"}));  // no line comment across chunks
+}
+
 TEST(WordSplitter, BinaryZerosAreLettersButEndTheTextOfAWord) {
   splitter s;
   const std::string text("ab\0cd ef ", 9);
@@ -153,6 +161,17 @@ TEST(Parse, EmptyRootReadsAndLeavesTheRecordAsItWas) {
   EXPECT_EQ(f.raw.boundary, 5);
   EXPECT_TRUE(f.raw.wire_nets.empty());
   EXPECT_EQ(f.log.error(), "");
+}
+
+TEST(Parse, NoWordOutlivesTheRead) {
+  parse_fixture f;
+  Cap3dParser parser(f.raw, 1, true, false);
+  // a failed read with words carried over, then a good one
+  EXPECT_FALSE(parser.parse(f.write("<cap3d> <task> <capacitance> a b </capacitance> </task> x y"), ""));
+  EXPECT_TRUE(parser.words.empty());
+  EXPECT_TRUE(parser.parse(f.write("<cap3d> <layer> name M1 type via </layer>\n</cap3d>\n"), ""));
+  EXPECT_TRUE(parser.words.empty());
+  EXPECT_EQ(parser.state, 0u);
 }
 
 TEST(Parse, FileEndingWithoutRootCloseIsReported) {

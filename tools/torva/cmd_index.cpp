@@ -161,7 +161,7 @@ int run_index(const index_args& a) {
   }
   std::printf("check        %llu random points on %d threads against brute force: %llu of %llu agree\n",
               (unsigned long long)n, workers, (unsigned long long)(exact + reach), (unsigned long long)n);
-  std::printf("             %llu name the nearest block, %llu answer by the reach of their list or the window wall",
+  std::printf("             %llu name the nearest block, %llu answer by the reach of their list or by a wall of the search",
               (unsigned long long)exact, (unsigned long long)reach);
   if (short_of != 0) std::printf(", %llu answer short of both (safe, not exact)", (unsigned long long)short_of);
   std::printf(", %llu disagree\n", (unsigned long long)wrong);

@@ -131,7 +131,11 @@ verdict judge(const circuit_layout& layout, const point3& p, const nearest_resul
     double wall = 1e300;
     for (int k = 0; k < 3; ++k)
       wall = std::min({wall, p[k].value - w.lower[k].value, w.upper[k].value - p[k].value});
-    if (std::abs(said - std::min(reach, limit)) <= tol || std::abs(said - std::min(wall, limit)) <= tol)
+    // The plain grid answers a point beyond its space by the distance to the
+    // box that holds every block, measured outward.
+    const double outward = distance(layout.data.critical_box, p).value;
+    if (std::abs(said - std::min(reach, limit)) <= tol || std::abs(said - std::min(wall, limit)) <= tol ||
+        (outward > 0.0 && std::abs(said - std::min(outward, limit)) <= tol))
       return verdict::reach;
   }
   return verdict::short_of;

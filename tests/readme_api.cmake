@@ -12,8 +12,10 @@ string(LENGTH "// [readme-begin]\n" mark)
 math(EXPR from "${begin} + ${mark}")
 math(EXPR length "${end} - ${from}")
 string(SUBSTRING "${source}" ${from} ${length} excerpt)
-# The README indents the excerpt by four blanks less.
-string(REGEX REPLACE "(^|\n)    " "\\1" excerpt "${excerpt}")
+# The README indents the excerpt by four blanks less. (No "^" in the pattern:
+# CMake lets it match again wherever the previous match ended.)
+string(REGEX REPLACE "\n    " "\n" excerpt "\n${excerpt}")
+string(SUBSTRING "${excerpt}" 1 -1 excerpt)
 string(FIND "${readme}" "${excerpt}" found)
 if(found EQUAL -1)
   message(FATAL_ERROR "README.md does not show the code of examples/api/main.cpp between its readme marks:\n${excerpt}")

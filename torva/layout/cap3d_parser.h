@@ -23,6 +23,8 @@
 // - The word of a syntax error is printed as it stands: a "%" in it is never
 //   read as a printf directive, since a layout file is untrusted input.
 // - <plate_medium> starts "diel" and "z_top" at 0.
+// - A path that opens but reads no bytes (a directory) is read as an empty
+//   file: false, with no message.
 // - Decimal numbers are read with "." as the decimal point whatever the
 //   process's locale; other forms strtod knows (hexadecimal, inf, nan) too.
 //
@@ -161,7 +163,7 @@ class Cap3dParser {
   static bool syntaxError(const char* word);
   // The syntax error for a section that runs past the end of `words`.
   bool endOfWords();
-  // True if `count` words follow index i; otherwise reports endOfWords.
+  // True if `count` words follow index i.
   bool haveValues(unsigned int i, unsigned int count) const {
     return static_cast<std::size_t>(i) + count < words.size();
   }

@@ -181,6 +181,30 @@ TEST(BinaryFrame, RecordCutOffByTheEndOfTheFileIsRejected) {
   EXPECT_EQ(g.log.error(), syntax_line);
 }
 
+TEST(BinaryFrame, RecordsAcrossReadsOfAFileOfSeveralMegabytes) {
+  // Names of varying length put record ends everywhere relative to the reads.
+  binary_fixture f;
+  binary_bytes b;
+  b.record(8, mark_payload(0, "big"));
+  const int count = 30000;
+  for (int k = 0; k < count; ++k)
+    b.record(10, block_payload(k, 0, 0, 1, 1, 1, k % 300, "block" + std::string(std::size_t(k % 97), 'x')));
+  b.record(9, mark_payload(0, ""));
+  ASSERT_GT(b.data.size(), 3u << 20);
+  ASSERT_TRUE(f.parse(b.data)) << f.log.error();
+  ASSERT_EQ(f.raw.wire_blocks.size(), std::size_t(count));
+  for (int k : {0, 1, 12345, count - 1}) {
+    EXPECT_EQ(f.raw.wire_blocks[std::size_t(k)].cuboid().lower[0].value, double(k));
+    EXPECT_EQ(f.raw.wire_blocks[std::size_t(k)].layer, k % 300);
+    EXPECT_EQ(f.raw.wire_blocks[std::size_t(k)].name.size(), 5u + std::size_t(k % 97));
+  }
+  // The same file cut inside its last record.
+  binary_fixture g;
+  EXPECT_FALSE(g.parse(b.data.substr(0, b.data.size() - 1)));
+  EXPECT_EQ(g.log.error(), syntax_line);
+  EXPECT_EQ(g.raw.wire_blocks.size(), std::size_t(count));
+}
+
 TEST(BinaryFrame, ShortPayloadsAndOverlongNamesAreRejected) {
   // The fixed fields of each record type; one byte less is a syntax error.
   const std::pair<unsigned, int> fixed[] = {{1, 12}, {2, 20}, {3, 49}, {5, 1}, {6, 4},

@@ -24,9 +24,10 @@ constexpr int chunk_size = 0x100000;
 
 // The tags after which a chunk may be walked. "</plate_medium>",
 // "</capacitance>" and "</coord>" are not among them.
-bool is_closing_tag(const char* w) noexcept {
+bool is_closing_tag(const char* word) noexcept {
   using internal::same;
-  if (w[0] != '<' || w[1] != '/') return false;
+  if (word[0] != '<' || word[1] != '/') return false;
+  const std::string_view w = word;
   return same(w, "</cap3d>") || same(w, "</window>") || same(w, "</medium>") ||
          same(w, "</conductor>") || same(w, "</layer>") || same(w, "</task>") ||
          same(w, "</parameter>") || same(w, "</block>") || same(w, "</poly>");
@@ -232,17 +233,17 @@ bool Cap3dParser::parseBuffWords() {
   if (words.empty()) return true;
 
   for (unsigned int i = 0; i < words.size(); ++i) {
-    const char* w = words[i];
+    const std::string_view w = words[i];
     if (same(w, "<cap3d>")) {
       state |= in_cap3d;
       continue;
     }
     if (same(w, "</cap3d>")) {
       state = 0;
-      if (i + 1 != words.size()) return syntaxError(w);
+      if (i + 1 != words.size()) return syntaxError(words[i]);
       continue;
     }
-    if (!(state & in_cap3d)) return syntaxError(w);
+    if (!(state & in_cap3d)) return syntaxError(words[i]);
 
     bool ok = true;
     if (same(w, "<window>")) {
@@ -273,20 +274,20 @@ bool Cap3dParser::parseBuffWords() {
     } else if (same(w, "<poly>")) {
       ok = parsePoly(++i);
     } else if (same(w, "name")) {
-      if (!(state & (in_medium | in_conductor))) return syntaxError(w);
+      if (!(state & (in_medium | in_conductor))) return syntaxError(words[i]);
       if (!haveValues(i, 1)) return endOfWords();
       const char* value = words[++i];
       medium_name = parseString(value);
       if (!(state & in_medium)) conductor_name = parseString(value);
     } else if (same(w, "diel")) {
-      if (!(state & in_medium)) return syntaxError(w);
+      if (!(state & in_medium)) return syntaxError(words[i]);
       if (!haveValues(i, 1)) return endOfWords();
       medium_diel = parseDouble(words[++i]);
     } else if (same(w, "floating")) {
-      if (!(state & in_conductor)) return syntaxError(w);
+      if (!(state & in_conductor)) return syntaxError(words[i]);
       if (allow_floating) conductor_floating = true;
     } else if (same(w, "rho")) {
-      if (!(state & in_conductor)) return syntaxError(w);
+      if (!(state & in_conductor)) return syntaxError(words[i]);
       if (!haveValues(i, 1)) return endOfWords();
       ++i;  // the resistivity is not used
     } else if (same(w, "</medium>")) {
@@ -294,7 +295,7 @@ bool Cap3dParser::parseBuffWords() {
     } else if (same(w, "</conductor>")) {
       closeConductor();
     } else {
-      return syntaxError(w);
+      return syntaxError(words[i]);
     }
     if (!ok) return false;
   }

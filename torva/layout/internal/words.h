@@ -5,11 +5,13 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 namespace torva::internal {
 
-// Exact comparison of a NUL-terminated word with a literal.
-inline bool same(const char* word, const char* literal) noexcept { return std::strcmp(word, literal) == 0; }
+// Exact comparison of a word with a literal. Words are compared as views, so
+// that most mismatches are settled by their lengths alone.
+inline bool same(std::string_view word, std::string_view literal) noexcept { return word == literal; }
 
 // strtod of a word: the longest prefix that is a number, 0 if there is none.
 // Plain decimal words of at most 15 significant digits and a small scale, by

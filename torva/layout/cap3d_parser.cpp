@@ -109,6 +109,13 @@ bool Cap3dParser::parse(std::string file, std::string dump_file) {
   std::size_t carried_count = 0;
   std::streamoff position = 0;  // file offset of the next read
 
+  // However the read ends, `words` must not keep pointing into the buffer or
+  // the carried copies, which die with this call.
+  struct forget_words {
+    std::vector<const char*>& words;
+    ~forget_words() { words.clear(); }
+  } forget{words};
+
   for (;;) {
     in.read(buffer, chunk_size - 1);
     const int got = static_cast<int>(in.gcount());

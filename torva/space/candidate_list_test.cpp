@@ -448,6 +448,23 @@ TEST(CandidateListDominance, MergingJoinsOnlyWithTheLastInterval) {
   EXPECT_FALSE(list.dominate_group_optimize_impl({slice(-0.9, -0.35), slice(0.65, 0.9), slice(-0.05, 0.35)}, target, 0.2));
 }
 
+TEST(CandidateListDominance, MergingHandlesGroupsOfManySlices) {
+  candidate_list list = make_list(spacemgr_all, 10.0, mode_config(false, true, false));
+  const cuboid_t target = box(-1, -1, 1.2, 1, 1, 2);  // d = 0.2
+  // 60 thin slices across x with gaps of 0.01, then the same with one gap of 0.5.
+  std::vector<cuboid_t> slices, broken;
+  for (int k = 0; k < 60; ++k) {
+    const double x0 = -0.95 + k * 0.0316;
+    slices.push_back(box(x0, -0.9, 1.0, x0 + 0.0216, 0.9, 1.1));
+    const double shift = k >= 30 ? 0.5 : 0.0;
+    broken.push_back(box(x0 + shift - 0.25, -0.9, 1.0, x0 + shift - 0.25 + 0.0216, 0.9, 1.1));
+  }
+  EXPECT_TRUE(list.dominate_group_optimize_impl(slices, target, 0.2));
+  EXPECT_FALSE(list.dominate_group_optimize_impl(broken, target, 0.2));
+  // Each slice alone is far too narrow.
+  EXPECT_FALSE(list.dominate_group_optimize_impl({slices[30]}, target, 0.2));
+}
+
 TEST(CandidateListDominance, MergedGroupNeedsAdmissionAndTheCommonHeight) {
   candidate_list list = make_list(spacemgr_all, 10.0, mode_config(false, true, false));
   // Target on the +x side, 0.2 from the cube, spanning the cube's y and z.

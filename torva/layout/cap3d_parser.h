@@ -38,6 +38,16 @@
 // _WIRE_BLOCK_LAYER_NAME_ (records.h): the position found there becomes the
 // layer; a name not yet listed is appended and the block gets layer 0.
 //
+// The binary form (binary_reader.cpp, binary_solids.cpp) never reads beyond a
+// record: a record cut off by the end of the file, a payload shorter than the
+// fields of its type, a name of 1024 bytes or more, or a parameter item that
+// runs past its record is a syntax error,
+//   ERROR: Syntax error in cap3d file.
+// and `parse` returns false. A polygon count of 64 to 127 throws
+// std::length_error, the form's limit of 63 vertices. The record readers,
+// parseBinCylinder included, return false for such a payload instead of
+// throwing. binary_writer.h writes the form.
+//
 // A parser serves one file from one thread. Two parsers must not run at once,
 // as they share _WIRE_BLOCK_LAYER_NAME_.
 #pragma once

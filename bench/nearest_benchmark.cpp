@@ -14,6 +14,7 @@
 // Adding a pair is one line in `pairs` below.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -168,16 +169,18 @@ void BM_build(benchmark::State& state, const pair_entry* pair) {
 void BM_query(benchmark::State& state, const pair_entry* pair) {
   workload& w = workload_of(state.range(0));
   const space_manager_interface& m = manager_of(*pair, state.range(0));
-  // The share of the stream that the cached lists serve, measured apart.
+  // The share of the stream that the cached lists serve, measured apart on
+  // its first 2000 queries.
   {
     candidate_list_cache a, b;
     std::size_t hits = 0;
-    for (const point3& p : w.stream) {
+    const std::size_t n = std::min<std::size_t>(2000, w.stream.size());
+    for (std::size_t k = 0; k < n; ++k) {
       candidate_list_cache probe = a;
-      hits += probe.match(p);
-      m.nearest(p, 1e9, a, b);
+      hits += probe.match(w.stream[k]);
+      m.nearest(w.stream[k], 1e9, a, b);
     }
-    state.counters["hit_rate"] = double(hits) / double(w.stream.size());
+    state.counters["hit_rate"] = double(hits) / double(n);
   }
   candidate_list_cache a, b;
   std::size_t i = 0;

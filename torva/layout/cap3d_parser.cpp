@@ -3,11 +3,14 @@
 // closing of conductors and media.
 #include "torva/layout/cap3d_parser.h"
 
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <fstream>
 #include <memory>
+#include <string_view>
+#include <utility>
 
 #include "torva/foundation/logger.h"
 #include "torva/layout/internal/words.h"
@@ -21,13 +24,24 @@ constexpr int chunk_size = 0x100000;
 
 // The tags after which a chunk may be walked. "</plate_medium>",
 // "</capacitance>" and "</coord>" are not among them.
-bool is_closing_tag(const char* w) noexcept {
+bool is_closing_tag(const char* word) noexcept {
   using internal::same;
-  if (w[0] != '<' || w[1] != '/') return false;
+  if (word[0] != '<' || word[1] != '/') return false;
+  const std::string_view w = word;
   return same(w, "</cap3d>") || same(w, "</window>") || same(w, "</medium>") ||
          same(w, "</conductor>") || same(w, "</layer>") || same(w, "</task>") ||
          same(w, "</parameter>") || same(w, "</block>") || same(w, "</poly>");
 }
+
+// A letter of a word that is neither a separator nor a character that may
+// open or close a comment.
+constexpr std::array<bool, 256> plain_letters = [] {
+  std::array<bool, 256> t{};
+  for (int c = 0; c < 256; ++c) t[c] = true;
+  for (const char* c = " \t(,)\r\n/*"; *c; ++c) t[static_cast<unsigned char>(*c)] = false;
+  return t;
+}();
+inline bool is_plain_letter(char c) noexcept { return plain_letters[static_cast<unsigned char>(c)]; }
 
 }  // namespace
 
@@ -95,6 +109,13 @@ bool Cap3dParser::parse(std::string file, std::string dump_file) {
   std::size_t carried_count = 0;
   std::streamoff position = 0;  // file offset of the next read
 
+  // However the read ends, `words` must not keep pointing into the buffer or
+  // the carried copies, which die with this call.
+  struct forget_words {
+    std::vector<const char*>& words;
+    ~forget_words() { words.clear(); }
+  } forget{words};
+
   for (;;) {
     in.read(buffer, chunk_size - 1);
     const int got = static_cast<int>(in.gcount());
@@ -152,7 +173,14 @@ bool Cap3dParser::removeCommentsAndDivideWords(char* buffer, int size, int& cut)
   for (int i = 0; i < size; ++i) {
     const char c = buffer[i];
     if (comments == 0) {
-      if (isSeparator(c)) {
+      if (is_plain_letter(c)) {
+        // The common case: a run of letters that can't open a comment.
+        int j = i + 1;
+        while (j < size && is_plain_letter(buffer[j])) ++j;
+        length += j - i;
+        prev = buffer[j - 1];
+        i = j - 1;
+      } else if (isSeparator(c)) {
         buffer[i] = '\0';
         if (length > 0) {
           words.push_back(buffer + i - length);
@@ -212,17 +240,17 @@ bool Cap3dParser::parseBuffWords() {
   if (words.empty()) return true;
 
   for (unsigned int i = 0; i < words.size(); ++i) {
-    const char* w = words[i];
+    const std::string_view w = words[i];
     if (same(w, "<cap3d>")) {
       state |= in_cap3d;
       continue;
     }
     if (same(w, "</cap3d>")) {
       state = 0;
-      if (i + 1 != words.size()) return syntaxError(w);
+      if (i + 1 != words.size()) return syntaxError(words[i]);
       continue;
     }
-    if (!(state & in_cap3d)) return syntaxError(w);
+    if (!(state & in_cap3d)) return syntaxError(words[i]);
 
     bool ok = true;
     if (same(w, "<window>")) {
@@ -253,20 +281,20 @@ bool Cap3dParser::parseBuffWords() {
     } else if (same(w, "<poly>")) {
       ok = parsePoly(++i);
     } else if (same(w, "name")) {
-      if (!(state & (in_medium | in_conductor))) return syntaxError(w);
+      if (!(state & (in_medium | in_conductor))) return syntaxError(words[i]);
       if (!haveValues(i, 1)) return endOfWords();
       const char* value = words[++i];
       medium_name = parseString(value);
       if (!(state & in_medium)) conductor_name = parseString(value);
     } else if (same(w, "diel")) {
-      if (!(state & in_medium)) return syntaxError(w);
+      if (!(state & in_medium)) return syntaxError(words[i]);
       if (!haveValues(i, 1)) return endOfWords();
       medium_diel = parseDouble(words[++i]);
     } else if (same(w, "floating")) {
-      if (!(state & in_conductor)) return syntaxError(w);
+      if (!(state & in_conductor)) return syntaxError(words[i]);
       if (allow_floating) conductor_floating = true;
     } else if (same(w, "rho")) {
-      if (!(state & in_conductor)) return syntaxError(w);
+      if (!(state & in_conductor)) return syntaxError(words[i]);
       if (!haveValues(i, 1)) return endOfWords();
       ++i;  // the resistivity is not used
     } else if (same(w, "</medium>")) {
@@ -274,15 +302,15 @@ bool Cap3dParser::parseBuffWords() {
     } else if (same(w, "</conductor>")) {
       closeConductor();
     } else {
-      return syntaxError(w);
+      return syntaxError(words[i]);
     }
     if (!ok) return false;
   }
   return true;
 }
 
-void Cap3dParser::addPending(const shape_t& shape, double side_tan, const std::string& name, short layer) {
-  pending_shapes.push_back(shape);
+void Cap3dParser::addPending(shape_t shape, double side_tan, const std::string& name, short layer) {
+  pending_shapes.push_back(std::move(shape));
   pending_side_tans.push_back(side_tan);
   pending_names.push_back(name);
   pending_layers.push_back(layer);
@@ -294,10 +322,10 @@ void Cap3dParser::closeConductor() {
 
   for (std::size_t k = 0; k < pending_shapes.size(); ++k) {
     // "block@layer": only the first "@" counts.
-    const std::string& full = pending_names[k];
+    const std::string_view full = pending_names[k];
     const std::size_t at = full.find('@');
-    std::string block_name = at == std::string::npos ? full : full.substr(0, at);
-    const std::string layer_name = at == std::string::npos ? std::string() : full.substr(at + 1);
+    const std::string_view block_name = full.substr(0, at);
+    const std::string_view layer_name = at == std::string_view::npos ? std::string_view() : full.substr(at + 1);
 
     short layer = pending_layers[k];
     if (layer == -1) {
@@ -313,11 +341,11 @@ void Cap3dParser::closeConductor() {
       if (!found) {
         // A new name gets layer 0 this time; its position counts from the
         // next block that names it.
-        layer_list.push_back(layer_name);
+        layer_list.emplace_back(layer_name);
         layer = 0;
       }
     }
-    layout.wire_blocks.emplace_back(pending_shapes[k], std::move(block_name), layer);
+    layout.wire_blocks.emplace_back(pending_shapes[k], std::string(block_name), layer);
   }
 
   layout.wire_nets.emplace_back(conductor_name, conductor_floating);

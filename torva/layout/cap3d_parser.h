@@ -7,6 +7,11 @@
 // again with the next chunk, and the words of a section that crosses a chunk
 // boundary are copied so that they outlive the buffer.
 //
+// Comments are "// ..." to the line end and "/* ... */". A comment opened
+// right behind a word, with no separator between, swallows that word:
+// "<block>//note" loses the tag. A word is stored only when a separator ends
+// it, so the file's last word needs a line feed (or blank) behind it.
+//
 // Failures: a syntax error prints one line on logger::error,
 //   ERROR: (Syntax) "<word>".
 // and `parse` returns false; what was stored before it stays in the record.
@@ -18,6 +23,13 @@
 // - The word of a syntax error is printed as it stands: a "%" in it is never
 //   read as a printf directive, since a layout file is untrusted input.
 // - <plate_medium> starts "diel" and "z_top" at 0.
+// - Decimal numbers are read with "." as the decimal point whatever the
+//   process's locale; other forms strtod knows (hexadecimal, inf, nan) too.
+//
+// Known limits of the chunked read, kept as they are: a block comment whose
+// "*/" is split by the end of a 1 MiB chunk is not seen to end, and in a chunk
+// with no closing tag a comment whose "/" is the chunk's last byte leaves
+// that "/" as the start of the next word (a syntax error).
 //
 // Text closing of a conductor names the layer of a block from "name@layer" when
 // the block has no "layer" key, through the process-wide list
@@ -156,7 +168,7 @@ class Cap3dParser {
 
   void closeConductor();
   void closeMedium();
-  void addPending(const shape_t& shape, double side_tan, const std::string& name, short layer);
+  void addPending(shape_t shape, double side_tan, const std::string& name, short layer);
 
   // Positions behind each word found by the latest scan, kept between chunks
   // so that the list is not allocated for every chunk.

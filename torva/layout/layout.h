@@ -4,4 +4,5 @@
 #include "torva/layout/records.h"
 #include "torva/layout/solids.h"
 #include "torva/layout/cap3d_parser.h"
+#include "torva/layout/binary_writer.h"
 #include "torva/layout/generator.h"

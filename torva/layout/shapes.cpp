@@ -4,6 +4,7 @@
 
 #include "torva/foundation/errors.h"
 #include "torva/foundation/logger.h"
+#include "torva/geometry/convex_decomposition.h"
 
 namespace torva::internal {
 
@@ -78,6 +79,19 @@ shape_t make_bounding_cuboid_shape(const nprism_large_t& poly) {
   point2 high;
   plan_bounds(poly, low, high);
   return make_cuboid_shape(cuboid_t{{low[0], low[1], poly.bottom}, {high[0], high[1], poly.top}});
+}
+
+shape_t make_equal_area_cuboid_shape(const point3& center, double radius, double half_height) {
+  const double d = radius * 0.886226925452759;
+  return make_cuboid_shape(cuboid_t{{center[0] - d, center[1] - d, center[2] - half_height},
+                                    {center[0] + d, center[1] + d, center[2] + half_height}});
+}
+
+const char* bad_piece_complaint(const nprism_large_t& piece) {
+  if (!is_anticlock(piece.points.cbegin(), piece.points.size()))
+    return "ERROR: (Geometry) convex vertex should be anticlock.\n";
+  if (piece.points.size() > 4) return "ERROR: (Geometry) convex sides should less than 5.\n";
+  return nullptr;
 }
 
 void throw_bad_piece(const nprism_large_t& piece) {

@@ -14,7 +14,7 @@ bool Cap3dParser::parseWindow(unsigned int& i) {
   point3 high;
   for (;; ++i) {
     if (i >= words.size()) return endOfWords();
-    const char* w = words[i];
+    const std::string_view w = words[i];
     if (same(w, "</window>")) {
       // The corners reach the record only here, so a bad section leaves the
       // old box in place.
@@ -33,7 +33,7 @@ bool Cap3dParser::parseWindow(unsigned int& i) {
     } else if (same(w, "neumann")) {
       layout.boundary = 2;
     } else {
-      return syntaxError(w);
+      return syntaxError(words[i]);
     }
   }
 }
@@ -41,7 +41,7 @@ bool Cap3dParser::parseWindow(unsigned int& i) {
 bool Cap3dParser::parseParam(unsigned int& i) {
   for (;; ++i) {
     if (i >= words.size()) return endOfWords();
-    const char* w = words[i];
+    const std::string_view w = words[i];
     if (same(w, "</parameter>")) return true;
 
     // Every key has one value word.
@@ -62,7 +62,7 @@ bool Cap3dParser::parseParam(unsigned int& i) {
     else if (same(w, "spice")) whole = &layout.spice;
     else if (same(w, "walk-type")) whole = &layout.walk_type;
     else if (same(w, "outmincap")) real = &layout.outmincap;
-    else return syntaxError(w);
+    else return syntaxError(words[i]);
 
     if (!haveValues(i, 1)) return endOfWords();
     const char* value = words[++i];
@@ -87,7 +87,7 @@ bool Cap3dParser::parseLayer(unsigned int& i) {
   int id = -1;         // -1 marks "no id"
   for (;; ++i) {
     if (i >= words.size()) return endOfWords();
-    const char* w = words[i];
+    const std::string_view w = words[i];
     if (same(w, "</layer>")) break;
     if (same(w, "name")) {
       if (!haveValues(i, 1)) return endOfWords();
@@ -105,7 +105,7 @@ bool Cap3dParser::parseLayer(unsigned int& i) {
       if (!haveValues(i, 1)) return endOfWords();
       id = static_cast<int>(parseInt(words[++i]));
     } else {
-      return syntaxError(w);
+      return syntaxError(words[i]);
     }
   }
 
@@ -119,9 +119,9 @@ bool Cap3dParser::parseLayer(unsigned int& i) {
 bool Cap3dParser::parseTask(unsigned int& i) {
   for (;; ++i) {
     if (i >= words.size()) return endOfWords();
-    const char* w = words[i];
+    const std::string_view w = words[i];
     if (same(w, "</task>")) return true;
-    if (!same(w, "<capacitance>")) return syntaxError(w);
+    if (!same(w, "<capacitance>")) return syntaxError(words[i]);
     // Exactly one name per element.
     if (!haveValues(i, 1)) return endOfWords();
     layout.capacitance_tasks.insert(parseString(words[++i]));
@@ -136,7 +136,7 @@ bool Cap3dParser::parsePlateMedium(unsigned int& i) {
   sea::double_wrapper diel = 0.0;
   for (;; ++i) {
     if (i >= words.size()) return endOfWords();
-    const char* w = words[i];
+    const std::string_view w = words[i];
     if (same(w, "</plate_medium>")) {
       layout.plate_mediums.push_back(circuit_layout::plate_medium{name, z_top, diel});
       // A plate medium also stands as a dielectric body with no blocks.
@@ -153,7 +153,7 @@ bool Cap3dParser::parsePlateMedium(unsigned int& i) {
       if (!haveValues(i, 1)) return endOfWords();
       z_top = parseDouble(words[++i]);
     } else {
-      return syntaxError(w);
+      return syntaxError(words[i]);
     }
   }
 }

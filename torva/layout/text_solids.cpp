@@ -27,7 +27,7 @@ bool Cap3dParser::parseBlock(unsigned int& i) {
 
   for (;; ++i) {
     if (i >= words.size()) return endOfWords();
-    const char* w = words[i];
+    const std::string_view w = words[i];
     if (same(w, "</block>")) break;
     if (same(w, "name")) {
       if (!haveValues(i, 1)) return endOfWords();
@@ -49,7 +49,7 @@ bool Cap3dParser::parseBlock(unsigned int& i) {
       if (!haveValues(i, 1)) return endOfWords();
       side_tan = parseDouble(words[++i]);
     } else if (same(w, "rho") || same(w, "radius") || same(w, "height")) {
-      if (!(state & in_conductor)) return syntaxError(w);
+      if (!(state & in_conductor)) return syntaxError(words[i]);
       if (!haveValues(i, 1)) return endOfWords();
       const char* value = words[++i];
       if (w[0] == 'r' && w[1] == 'a') radius = parseDouble(value);
@@ -59,7 +59,7 @@ bool Cap3dParser::parseBlock(unsigned int& i) {
       if (!haveValues(i, 1)) return endOfWords();
       layer = static_cast<short>(parseInt(words[++i]));
     } else {
-      return syntaxError(w);
+      return syntaxError(words[i]);
     }
   }
 
@@ -92,10 +92,14 @@ bool Cap3dParser::parseBlock(unsigned int& i) {
 
   // A leaning block: horizontal slices, bottom first, each centred on the
   // block's vertical axis, growing by side_tan with height.
-  const int n = incline_slices;
+  // Counts are carried as doubles (exact for any int) so that no product of
+  // them can overflow.
+  const int slices = incline_slices;
+  const double n = slices;
   const double h = zlen;
   const double t = side_tan;
-  for (int k = 1; k <= n; ++k) {
+  for (int slice = 1; slice <= slices; ++slice) {
+    const double k = slice;
     const double d = (1 + (n - 2 * k)) * h * t / (2 * n);
     const double e = (2 * k - 1 - n) * h * t / n;
     const point3 low{base[0] + d, base[1] + d, base[2] + (k - 1) * h / n};
@@ -115,7 +119,7 @@ bool Cap3dParser::parsePoly(unsigned int& i) {
 
   for (;; ++i) {
     if (i >= words.size()) return endOfWords();
-    const char* w = words[i];
+    const std::string_view w = words[i];
     if (same(w, "</poly>")) break;
     if (same(w, "name")) {
       if (!haveValues(i, 1)) return endOfWords();
@@ -143,14 +147,14 @@ bool Cap3dParser::parsePoly(unsigned int& i) {
       }
       if (coords.size() % 2 != 0) return syntaxError(words[i]);
     } else if (same(w, "rho")) {
-      if (!(state & in_conductor)) return syntaxError(w);
+      if (!(state & in_conductor)) return syntaxError(words[i]);
       if (!haveValues(i, 1)) return endOfWords();
       ++i;  // the resistivity is not used
     } else if (same(w, "layer")) {
       if (!haveValues(i, 1)) return endOfWords();
       layer = static_cast<short>(parseInt(words[++i]));
     } else {
-      return syntaxError(w);
+      return syntaxError(words[i]);
     }
   }
 

@@ -288,6 +288,24 @@ TEST(BothFlags, ABlockCountsAsMediumAndAPolyAsConductor) {
   EXPECT_EQ(f.raw.medium_blocks[2].prism().size, 3u);
 }
 
+TEST(Poly, APieceThatIsNotAnticlockwiseIsReportedAndThrown) {
+  // A self-crossing outline whose split leaves a clockwise piece.
+  parse_fixture f;
+  try {
+    f.parse(conductor("<poly> basepoint(0,0,0.5) hvector(0,0,1) <coord> 3,2 2,2 3,1 2,3 1,1 </coord> </poly>"));
+    ADD_FAILURE() << "no throw";
+  } catch (const sea::fatal_error& e) {
+    EXPECT_STREQ(e.what(), "GEOMETRY ERROR. \n");
+  }
+  EXPECT_EQ(f.log.error(), "ERROR: (Geometry) convex vertex should be anticlock.\n");
+  const std::string& detail = f.log.detail();
+  EXPECT_EQ(detail.rfind("pt 0:(", 0), 0u);
+  const std::string z = "z <min:0.500000000000;max: 1.500000000000>\n";
+  ASSERT_GE(detail.size(), z.size());
+  EXPECT_EQ(detail.substr(detail.size() - z.size()), z);
+  EXPECT_TRUE(f.raw.wire_blocks.empty());  // the conductor never closed
+}
+
 TEST(Shapes, PrismOfTooFewOrTooManyVertices) {
   for (std::size_t n : {2u, 9u}) {
     testing::log_capture log;

@@ -7,6 +7,27 @@
 // Phases: initialize, the owner sets `kind`, any number of add / try_add on
 // one thread, then complete; after that the list is read-only and may be read
 // by any number of threads.
+//
+// Dominance modes, from the configure flags: merged intervals
+// (group_optimize, unless double_incline_ratio), piece by piece
+// (group_dominance), else the single inner box against the single outer box.
+// The first argument of a dominance test is always the dominator.
+//
+// Choices where the rules are silent:
+// - A list of kind spacemgr_none is never filled by its owner; if it is, it
+//   behaves like spacemgr_all (the query side ignores it anyway).
+// - dominate_group_optimize_impl answers false for an empty group instead of
+//   reading a first box that is not there, so a dominator with no inner
+//   pieces shadows no cut target.
+// - complete orders not-a-number distances (only a direct add can bring one
+//   in; try_add refuses them) after all others, so the sort stays well defined.
+//
+// Limits worth knowing: merged dominance merges the x and the y intervals of
+// a target above or below the cube in two separate lists, so an x interval of
+// one box may pair with a y interval of another. For groups whose boxes share
+// their extent across the cut (the slices of a cuboid) it is exact; for the
+// rods of a prism cut along a diagonal it can shadow a block that is nearer
+// from part of the cube. The piecewise and plain modes are exact.
 #pragma once
 
 #include <cstdint>

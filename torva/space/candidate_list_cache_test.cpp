@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+#include <vector>
+
 #include "torva/space/internal/test_blocks.h"
 
 namespace torva {
@@ -269,6 +272,44 @@ TEST(CandidateListCacheNearest, OfTwoNearlyEqualCandidatesTheFirstStands) {
   const nearest_result r = cache_on(list, p).nearest(p, 10.0);
   EXPECT_EQ(r.block, a);
   EXPECT_DOUBLE_EQ(r.distance.value, 1.5);
+}
+
+TEST(CandidateListCacheNearest, WalkersOnManyThreadsShareCompletedListsAndTheDummy) {
+  block_store store;
+  candidate_list list = make_list(2.0);
+  for (int i = 0; i < 12; ++i) {
+    const double x = -3.0 + 0.5 * i;
+    list.try_add(candidate_for(list, store.cuboid(box(x, 1.2 + 0.1 * i, -1, x + 0.4, 1.6 + 0.1 * i, 1))));
+    list.try_add(candidate_for(list, store.cylinder(x, -1.5 - 0.1 * i, 0.2 * i - 1, 0.3, 0.5)));
+  }
+  list.complete();
+  candidate_list unused = make_list(0.0, spacemgr_none);
+
+  std::vector<point3> points;
+  for (int i = 0; i < 64; ++i) points.push_back(at(-1 + (i % 8) / 4.0, -1 + (i / 8) / 4.0, 0.3));
+  std::vector<nearest_result> expected;
+  for (const point3& p : points) expected.push_back(cache_on(list, p).nearest(p, 10.0));
+
+  std::vector<int> mismatches(4, 0);
+  std::vector<std::thread> walkers;
+  for (int t = 0; t < 4; ++t)
+    walkers.emplace_back([&, t] {
+      candidate_list_cache first, second;
+      first.list = &list;
+      second.list = &unused;
+      for (int round = 0; round < 200; ++round)
+        for (std::size_t i = 0; i < points.size(); ++i) {
+          const point3& p = points[(i + t * 7) % points.size()];
+          const nearest_result& want = expected[(i + t * 7) % points.size()];
+          if (!first.match(p)) first.get_scope(p);
+          const nearest_result r = first.nearest(p, 10.0);
+          const nearest_result none = second.match(p) ? second.nearest(p, r.distance) : nearest_result{};
+          if (r.block != want.block || r.distance.value != want.distance.value || none.distance.value != 1e9)
+            ++mismatches[t];
+        }
+    });
+  for (std::thread& w : walkers) w.join();
+  for (int m : mismatches) EXPECT_EQ(m, 0);
 }
 
 }  // namespace

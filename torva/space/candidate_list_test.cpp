@@ -448,6 +448,23 @@ TEST(CandidateListDominance, MergingJoinsOnlyWithTheLastInterval) {
   EXPECT_FALSE(list.dominate_group_optimize_impl({slice(-0.9, -0.35), slice(0.65, 0.9), slice(-0.05, 0.35)}, target, 0.2));
 }
 
+TEST(CandidateListDominance, MergingHandlesGroupsOfManySlices) {
+  candidate_list list = make_list(spacemgr_all, 10.0, mode_config(false, true, false));
+  const cuboid_t target = box(-1, -1, 1.2, 1, 1, 2);  // d = 0.2
+  // 60 thin slices across x with gaps of 0.01, then the same with one gap of 0.5.
+  std::vector<cuboid_t> slices, broken;
+  for (int k = 0; k < 60; ++k) {
+    const double x0 = -0.95 + k * 0.0316;
+    slices.push_back(box(x0, -0.9, 1.0, x0 + 0.0216, 0.9, 1.1));
+    const double shift = k >= 30 ? 0.5 : 0.0;
+    broken.push_back(box(x0 + shift - 0.25, -0.9, 1.0, x0 + shift - 0.25 + 0.0216, 0.9, 1.1));
+  }
+  EXPECT_TRUE(list.dominate_group_optimize_impl(slices, target, 0.2));
+  EXPECT_FALSE(list.dominate_group_optimize_impl(broken, target, 0.2));
+  // Each slice alone is far too narrow.
+  EXPECT_FALSE(list.dominate_group_optimize_impl({slices[30]}, target, 0.2));
+}
+
 TEST(CandidateListDominance, MergedGroupNeedsAdmissionAndTheCommonHeight) {
   candidate_list list = make_list(spacemgr_all, 10.0, mode_config(false, true, false));
   // Target on the +x side, 0.2 from the cube, spanning the cube's y and z.
@@ -567,6 +584,36 @@ TEST(CandidateListDominance, MergedModeRefusesADominatorFartherThanAPiece) {
   candidate_list merged = make_list(spacemgr_all, 10.0, mode_config(false, true, false));
   EXPECT_TRUE(merged.dominate_group_optimize_impl(far_solid->inner_pieces, target->outer_box, 0.2));
   EXPECT_FALSE(merged.dominate(candidate_for(merged, far_solid), candidate_for(merged, target)));
+}
+
+TEST(CandidateListDominance, MergedModeTakesItsXAndYIntervalsFromDifferentBoxes) {
+  // Merged dominance as it is defined: for a target above or below the cube the
+  // x intervals and the y intervals are merged in two separate lists, and any x
+  // interval may pair with any y interval. Two rods of a prism cut along a
+  // diagonal, one that covers in x and one that covers in y, thus count as a
+  // wall, although from a corner of the cube the target is nearer than the
+  // prism. The behaviour is kept; the piecewise mode makes no such claim.
+  block_store store;
+  const wire_block* prism = store.prism(
+      {point2{{0.4, -3.1}}, point2{{0.6, -3.1}}, point2{{3.6, 0.6}}, point2{{3.4, 0.6}}}, -2.0, -1.2);
+  shape_t cut = *prism;
+  cut.inner_pieces = {box(0.4999, -3.0001, -2.0, 0.5001, -2.9999, -1.2), box(3.4999, 0.4999, -2.0, 3.5001, 0.5001, -1.2)};
+  cut.outer_pieces = {box(0.4, -3.1, -2.0, 2.0, -1.25, -1.2), box(2.0, -1.25, -2.0, 3.6, 0.6, -1.2)};
+  const wire_block* dominator = store.add(cut);
+  const wire_block* below = store.cuboid(box(-1, -1, -3, 1, 1, -2.5));  // 1.5 below the cube
+
+  candidate_list merged = make_list(spacemgr_all, 10.0, mode_config(false, true, false));
+  const candidate a = candidate_for(merged, dominator);
+  const candidate b = candidate_for(merged, below);
+  ASSERT_DOUBLE_EQ(b.distance.value, 1.5);
+  ASSERT_FALSE(merged.dominate_new_halden(a, b));
+  EXPECT_TRUE(merged.dominate(a, b));
+  candidate_list piecewise = make_list(spacemgr_all, 10.0, mode_config(true, false, false));
+  EXPECT_FALSE(piecewise.dominate(a, b));
+
+  const point3 corner{{-1, -1, -1}};
+  EXPECT_DOUBLE_EQ(manhattan_distance(corner, *below).value, 1.5);
+  EXPECT_GT(manhattan_distance(corner, *dominator).value, 1.7);
 }
 
 }  // namespace

@@ -48,10 +48,11 @@ bool box_dominates(const cube_t& cube, const cuboid_t& a, const cuboid_t& b, std
   return true;
 }
 
-// A closed interval of one axis.
+// A closed interval of one axis. Plain doubles without initialisers, so that
+// the stack array of interval_list costs nothing until it is used.
 struct interval {
-  double_wrapper lo;
-  double_wrapper hi;
+  double lo;
+  double hi;
 };
 
 // The intervals of one axis while a group is merged. Only the last interval is
@@ -79,13 +80,14 @@ class interval_list {
   void merge(double_wrapper l, double_wrapper u, double_wrapper d) noexcept {
     if (size_ != 0) {
       interval& last = data_[size_ - 1];
-      if ((u + d).value + eps >= (last.lo - d).value && (last.hi + d).value + eps >= (l - d).value) {
-        last.lo = std::min(last.lo, l);
-        last.hi = std::max(last.hi, u);
+      const double_wrapper last_lo = last.lo, last_hi = last.hi;
+      if ((u + d).value + eps >= (last_lo - d).value && (last_hi + d).value + eps >= (l - d).value) {
+        last.lo = std::min(last_lo, l).value;
+        last.hi = std::max(last_hi, u).value;
         return;
       }
     }
-    data_[size_++] = interval{l, u};
+    data_[size_++] = interval{l.value, u.value};
   }
 
  private:
@@ -173,7 +175,7 @@ bool candidate_list::dominate_group_optimize_impl(const std::vector<cuboid_t>& g
     span_hi[i] = th - eps > ch[i] - dv ? ch[i] - dv : th;
   }
   auto covers = [&](const interval& iv, int axis) {
-    return !(iv.lo.value - eps > span_lo[axis]) && !(span_hi[axis] - eps > iv.hi.value);
+    return !(iv.lo - eps > span_lo[axis]) && !(span_hi[axis] - eps > iv.hi);
   };
 
   const int axis = static_cast<int>(dir % 3);

@@ -58,6 +58,17 @@ struct ApproxTables : ::testing::Test {
     config.table_mode = mode;
     db->load(config, stack_of(std::move(layers)), false);
   }
+  // The same, under names spelled out: "1_<v>_23.db".
+  void write_named_group(const char* v, double m) {
+    using testing::write_marked;
+    const std::string key = std::string("1_") + v + "_23.db";
+    write_marked<two_layer_gft_is_table>(prefix + "Multiple/GFT/NumGFT_IS" + key, m);
+    write_marked<two_layer_gft_table>(prefix + "Multiple/GFT/NumGFT" + key, m);
+    write_marked<two_layer_wvt_is_table>(prefix + "Multiple/WVT/NumWVT_IS" + key, m);
+    write_marked<half_layer_gft_is_table>(prefix + "Multiple/GFT/hNumGFT_IS" + key, m + 100);
+    write_marked<half_layer_gft_table>(prefix + "Multiple/GFT/hNumGFT" + key, m + 100);
+    write_marked<half_layer_wvt_is_table>(prefix + "Multiple/WVT/hNumWVT_IS" + key, m + 100);
+  }
   double weight(const grid& g, int lo, double ratio) { return (ratio - g[lo]) / (g[lo + 1] - g[lo]); }
 
   testing::log_capture log;
@@ -84,17 +95,9 @@ TEST_F(ApproxTables, GridsAreFilledByTheirMode) {
 }
 
 TEST_F(ApproxTables, RatioJustAboveTheFloorTakesTheFirstBracket) {
-  // Names written out in full: the first two grid values print as 0.02 and 0.0216277.
-  using testing::write_marked;
-  for (const char* v : {"0.02", "0.0216277"}) {
-    const std::string key = std::string("1_") + v + "_23.db";
-    write_marked<two_layer_gft_is_table>(prefix + "Multiple/GFT/NumGFT_IS" + key, 1);
-    write_marked<two_layer_gft_table>(prefix + "Multiple/GFT/NumGFT" + key, 1);
-    write_marked<two_layer_wvt_is_table>(prefix + "Multiple/WVT/NumWVT_IS" + key, 1);
-    write_marked<half_layer_gft_is_table>(prefix + "Multiple/GFT/hNumGFT_IS" + key, 2);
-    write_marked<half_layer_gft_table>(prefix + "Multiple/GFT/hNumGFT" + key, 2);
-    write_marked<half_layer_wvt_is_table>(prefix + "Multiple/WVT/hNumWVT_IS" + key, 2);
-  }
+  // The first two grid values print as 0.02 and 0.0216277.
+  write_named_group("0.02", 0);
+  write_named_group("0.0216277", 1);
   load(4, {1.0, 0.020000000001});
   EXPECT_THAT(db->pair_index, ::testing::ElementsAre(0u, 0u));
   ASSERT_EQ(db->pair_weight.size(), 2u);
@@ -104,6 +107,8 @@ TEST_F(ApproxTables, RatioJustAboveTheFloorTakesTheFirstBracket) {
   ASSERT_EQ(db->two_layer.order.size(), 2u);
   EXPECT_EQ(db->two_layer.order[0], &db->two_layer.groups.at(diel_tuple<2>{{1.0, 0.02}}));
   EXPECT_EQ(db->two_layer.order[1], &db->two_layer.groups.at(diel_tuple<2>{{1.0, geometric()[1]}}));
+  EXPECT_TRUE(testing::loaded_with(*db->two_layer.order[1], 1));
+  EXPECT_TRUE(testing::loaded_with(*db->half_layer.order[0], 100));
   EXPECT_EQ(log.info(), "in load_approx2\n"
                         "loading table: (1.000000000000, 0.020000000000)\n"
                         "loading table: (1.000000000000, 0.021627653136)\n"
@@ -134,17 +139,9 @@ TEST_F(ApproxTables, RatioOfOneInTheGeometricGrid) {
 }
 
 TEST_F(ApproxTables, RatioOfOneInTheLinearGridStopsAtEntry49) {
-  using testing::write_marked;
   // Entries 48 and 49 print as 0.98 and 1.
-  for (auto [v, m] : {std::pair{"0.98", 48}, std::pair{"1", 49}}) {
-    const std::string key = std::string("1_") + v + "_23.db";
-    write_marked<two_layer_gft_is_table>(prefix + "Multiple/GFT/NumGFT_IS" + key, m);
-    write_marked<two_layer_gft_table>(prefix + "Multiple/GFT/NumGFT" + key, m);
-    write_marked<two_layer_wvt_is_table>(prefix + "Multiple/WVT/NumWVT_IS" + key, m);
-    write_marked<half_layer_gft_is_table>(prefix + "Multiple/GFT/hNumGFT_IS" + key, m);
-    write_marked<half_layer_gft_table>(prefix + "Multiple/GFT/hNumGFT" + key, m);
-    write_marked<half_layer_wvt_is_table>(prefix + "Multiple/WVT/hNumWVT_IS" + key, m);
-  }
+  write_named_group("0.98", 48);
+  write_named_group("1", 49);
   load(5, {3.0, 3.0});
   ASSERT_EQ(db->pair_weight.size(), 2u);
   EXPECT_LT(db->pair_weight[0], 1.0);

@@ -162,12 +162,15 @@ TEST_F(MultipleTables, OneLayerLoadsNothingButStillNamesThePath) {
 }
 
 TEST_F(MultipleTables, EmptyStackWithForceHasNoInterfaces) {
-  config.table_mode = 1;
-  db->load(config, dielectric_layers{}, true);
-  config.table_mode = 2;
-  db->load(config, dielectric_layers{}, true);
+  for (unsigned mode : {1u, 2u, 4u, 5u}) {
+    config.table_mode = mode;
+    db->load(config, dielectric_layers{}, true);
+  }
   EXPECT_TRUE(db->two_layer.groups.empty());
+  EXPECT_TRUE(db->half_layer.groups.empty());
   EXPECT_TRUE(db->four_layer.groups.empty());
+  EXPECT_TRUE(db->pair_index.empty());
+  EXPECT_EQ(log.error(), "");
 }
 
 TEST_F(MultipleTables, MissingFileStopsTheLoadAndLeavesThePartlyFilledGroup) {

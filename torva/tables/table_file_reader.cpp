@@ -1,7 +1,6 @@
 // table_loader::load_file and table_loader::preload_approx: reading one table
 // file, in either encoding, and reading a compressed file whole.
 #include <cerrno>
-#include <cfloat>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -49,9 +48,12 @@ long length_of(FILE* file) {
   return length;
 }
 
-// Narrowing that stays defined for doubles beyond the float range.
+// Narrowing that stays defined for doubles beyond the float range: what
+// rounds to nearest past FLT_MAX becomes an infinity, as the hardware does.
 float narrow(double v) {
-  if (std::isfinite(v) && std::fabs(v) > double(FLT_MAX)) return v > 0 ? HUGE_VALF : -HUGE_VALF;
+  constexpr double overflow = 0x1.ffffffp127;  // FLT_MAX plus half its last place
+  if (v >= overflow) return HUGE_VALF;
+  if (v <= -overflow) return -HUGE_VALF;
   return static_cast<float>(v);
 }
 

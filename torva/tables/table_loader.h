@@ -57,8 +57,10 @@ struct table_loader {
   template <class F>
   void preload_approx(int n, char*& buffer, const char* path);
 
-  // Loads the three files of a two-layer or half-layer group named by key,
-  // under prefix + "Multiple/", after the "loading table: " line.
+  // Loads the files of a group of the Multiple family named by key, under
+  // prefix + "Multiple/", after the "loading table: " line: gft_is, gft and
+  // wvt_is for the two-layer, half-layer and three-layer kinds, the one gft
+  // file for the four-layer kind.
   template <class G, std::size_t N>
   void load_group(G& group, const std::string& prefix, const diel_tuple<N>& key);
 

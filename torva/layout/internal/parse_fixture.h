@@ -18,8 +18,12 @@ struct parse_fixture {
   bool allow_floating = true;
   bool cuboids_only = false;
 
-  std::string write(const std::string& text, const std::string& name = "layout.cap3d") const {
-    const std::string path = dir.file(name);
+  int files = 0;
+
+  // A new file for every text: rewriting one file in place makes some file
+  // systems flush it to disk on close, which is slow.
+  std::string write(const std::string& text) {
+    const std::string path = dir.file("layout" + std::to_string(files++) + ".cap3d");
     std::ofstream(path, std::ios::binary) << text;
     return path;
   }

@@ -15,6 +15,15 @@ shape_t make_cylinder_shape(const cylinder_t& c);
 // on logger::error, then sea::fatal_error "GEOMETRY ERROR.\n".
 shape_t make_prism_shape(const nprism_large_t& poly);
 
+// The plain cuboid shape that stands for a cylinder when only cuboids are
+// wanted: the square of equal area about the axis, half side
+// radius * 0.886226925452759, over the full height.
+shape_t make_equal_area_cuboid_shape(const point3& center, double radius, double half_height);
+
+// The first line of the report on a convex piece that the rest can't take
+// (not anticlockwise, or more than four vertices), or null for a good piece.
+const char* bad_piece_complaint(const nprism_large_t& piece);
+
 // The plain cuboid shape of the bounding box of `poly`, from bottom to top.
 shape_t make_bounding_cuboid_shape(const nprism_large_t& poly);
 

@@ -4,7 +4,9 @@
 #pragma once
 
 #include <cstddef>
+#include <algorithm>
 #include <deque>
+#include <utility>
 #include <string>
 #include <vector>
 
@@ -103,6 +105,65 @@ struct block_store {
     return add(s);
   }
 };
+
+// The y range of a convex polygon (anticlockwise) on the vertical line at x.
+inline std::pair<double, double> y_range_at(const std::vector<point2>& points, double x) {
+  double lo = 1e300, hi = -1e300;
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    const point2& a = points[i];
+    const point2& b = points[(i + 1) % points.size()];
+    const double x0 = std::min(a[0].value, b[0].value), x1 = std::max(a[0].value, b[0].value);
+    if (x < x0 || x > x1) continue;
+    double y;
+    if (x1 - x0 < 1e-12) {
+      lo = std::min({lo, a[1].value, b[1].value});
+      hi = std::max({hi, a[1].value, b[1].value});
+      continue;
+    }
+    y = a[1].value + (b[1].value - a[1].value) * (x - a[0].value) / (b[0].value - a[0].value);
+    lo = std::min(lo, y);
+    hi = std::max(hi, y);
+  }
+  return {lo, hi};
+}
+
+// A convex prism cut into n slices of equal width across x, the pieces made
+// as the prism cutter makes them: each slice is the polygon between the
+// chords at its two ends (and any vertex between), its inner piece the thin
+// rod about the mean of that polygon's vertices, its outer piece the polygon's
+// bounding box. The shape's inner box stays the rod of the whole prism.
+inline const wire_block* sliced_prism(block_store& store, const std::vector<point2>& points, double bottom,
+                                      double top, int n) {
+  const wire_block* whole = store.prism(points, bottom, top);
+  shape_t s = *whole;
+  s.inner_pieces.clear();
+  s.outer_pieces.clear();
+  const double x_lo = s.outer_box.lower[0].value, x_hi = s.outer_box.upper[0].value;
+  const double step = (x_hi - x_lo) / n;
+  for (int k = 0; k < n; ++k) {
+    const double x0 = x_lo + step * k, x1 = k + 1 == n ? x_hi : x_lo + step * (k + 1);
+    std::vector<std::pair<double, double>> slice;
+    for (double x : {x0, x1}) {
+      auto [l, h] = y_range_at(points, x);
+      slice.emplace_back(x, l);
+      if (h - l > 1e-12) slice.emplace_back(x, h);
+    }
+    for (const point2& v : points)
+      if (v[0].value > x0 && v[0].value < x1) slice.emplace_back(v[0].value, v[1].value);
+    double cx = 0, cy = 0, ylo = 1e300, yhi = -1e300;
+    for (auto [x, y] : slice) {
+      cx += x;
+      cy += y;
+      ylo = std::min(ylo, y);
+      yhi = std::max(yhi, y);
+    }
+    cx /= double(slice.size());
+    cy /= double(slice.size());
+    s.inner_pieces.push_back(box(cx - 0.0001, cy - 0.0001, bottom, cx + 0.0001, cy + 0.0001, top));
+    s.outer_pieces.push_back(box(x0, ylo, bottom, x1, yhi, top));
+  }
+  return store.add(s);
+}
 
 // The candidate of a block for a list's cube, as the builders make it.
 inline candidate_list::candidate candidate_for(const candidate_list& list, const wire_block* block) {

@@ -1,0 +1,97 @@
+// torva gen KIND OUT: writes a synthetic layout of the library's generator.
+#include <chrono>
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "cli_common.h"
+#include "commands.h"
+#include "torva/layout/generator.h"
+
+#if __has_include("torva/layout/binary_writer.h")
+#include "torva/layout/binary_writer.h"
+#define TORVA_CLI_HAS_BINARY_WRITER 1
+#endif
+
+namespace torva::cli {
+
+namespace {
+
+struct gen_args {
+  std::string kind;
+  std::string out;
+  std::uint64_t size = 1000;
+  int layers = 2;
+  double polygons = 0.0;
+  double cylinders = 0.0;
+  double inclines = 0.0;
+  bool media = false;
+  std::uint64_t seed = 1;
+  std::uint64_t tasks = 4;
+  bool binary = false;
+};
+
+int run_gen(const gen_args& a) {
+  static const std::map<std::string, layout_kind> kinds = {
+      {"bus", layout_kind::bus}, {"crossing", layout_kind::crossing}, {"mixed", layout_kind::mixed}};
+  generator_params p;
+  p.kind = kinds.at(a.kind);  // checked by the option
+  p.blocks = a.size;
+  p.layers = a.layers;
+  p.polygon_share = a.polygons;
+  p.cylinder_share = a.cylinders;
+  p.incline_share = a.inclines;
+  p.media = a.media;
+  p.seed = a.seed;
+  p.tasks = a.tasks;
+
+  const auto start = std::chrono::steady_clock::now();
+  const generated_layout layout = generate_layout(p);
+  if (a.binary) {
+#ifdef TORVA_CLI_HAS_BINARY_WRITER
+    write_binary_file(layout, a.out);
+#endif
+  } else {
+    write_text_file(layout, a.out);
+  }
+  std::printf("wrote %s: %s layout, %zu conductors, %zu solids, %zu media, %zu plate media, %s, in %s\n",
+              a.out.c_str(), a.kind.c_str(), layout.conductors.size(), layout.solids.size(), layout.media.size(),
+              layout.plates.size(), a.binary ? "binary" : "text", format_seconds(seconds_since(start)).c_str());
+  return exit_ok;
+}
+
+}  // namespace
+
+command add_gen(CLI::App& app) {
+  auto* sub = app.add_subcommand("gen", "Write a synthetic layout: straight wires on metal layers");
+  auto a = std::make_shared<gen_args>();
+  sub->add_option("KIND", a->kind,
+                  "bus: all layers along x; crossing: layers alternate x and y; mixed: crossing with random widths, "
+                  "spacings and lengths")
+      ->required()
+      ->check(CLI::IsMember({"bus", "crossing", "mixed"}));
+  sub->add_option("OUT", a->out, "The file to write")->required();
+  sub->add_option("-n,--size", a->size, "Conductor segments to make (a polygon may become several blocks)")
+      ->capture_default_str()
+      ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{100000000}));
+  sub->add_option("--layers", a->layers, "Metal layers")->capture_default_str()->check(CLI::Range(1, 1000));
+  sub->add_option("--polygons", a->polygons, "Share of segments written as polygons")
+      ->capture_default_str()
+      ->check(CLI::Range(0.0, 1.0));
+  sub->add_option("--cylinders", a->cylinders, "Share of segments that are cylinders")
+      ->capture_default_str()
+      ->check(CLI::Range(0.0, 1.0));
+  sub->add_option("--inclines", a->inclines, "Share of segments with a side slope")
+      ->capture_default_str()
+      ->check(CLI::Range(0.0, 1.0));
+  sub->add_flag("--media", a->media, "Add plate media and dielectric bodies");
+  sub->add_option("--seed", a->seed, "Seed of the random choices")->capture_default_str();
+  sub->add_option("--tasks", a->tasks, "Conductors named in <task>")->capture_default_str();
+#ifdef TORVA_CLI_HAS_BINARY_WRITER
+  sub->add_flag("--binary", a->binary, "Write the binary form instead of text");
+#endif
+  return {sub, [a] { return run_gen(*a); }};
+}
+
+}  // namespace torva::cli

@@ -1,0 +1,25 @@
+// The subcommands of the torva program. Each add_* registers one on the
+// application and returns the work to do when it was chosen; the work returns
+// the exit status or throws input_error.
+#pragma once
+
+#include <functional>
+
+#include <CLI/CLI.hpp>
+
+namespace torva::cli {
+
+struct command {
+  CLI::App* app = nullptr;
+  std::function<int()> run;
+};
+
+command add_info(CLI::App& app);
+command add_gen(CLI::App& app);
+command add_convert(CLI::App& app);
+command add_index(CLI::App& app);
+command add_query(CLI::App& app);
+command add_bench(CLI::App& app);
+command add_tables(CLI::App& app);
+
+}  // namespace torva::cli

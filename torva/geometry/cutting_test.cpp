@@ -279,5 +279,30 @@ TEST(CutPrismProperty, SlicesCoverThePrismAndOverlapOnlyAtCuttingLines) {
   }
 }
 
+// Outlines that are not convex, not anticlockwise or not even outlines must
+// not take the cutting out of bounds.
+TEST(CutPrismRobustness, ArbitraryVerticesStayInBounds) {
+  std::mt19937_64 rng(23);
+  std::uniform_int_distribution<int> grid(-3, 3);
+  for (int n = 0; n < 3000; ++n) {
+    std::vector<point2> v;
+    const int count = int(rng() % 9);
+    for (int i = 0; i < count; ++i) v.push_back(P(grid(rng) * 0.5, grid(rng) * 0.5));
+    const nprism_t p = prism_of(v);
+    const int parts = int(rng() % 9) - 2;
+    std::vector<cuboid_t> inner, outer;
+    cut_prism(p, parts, inner, outer);
+    EXPECT_EQ(inner.size(), outer.size());
+    std::vector<shape_t> shapes;
+    cut_prism_for_shape(p, parts, shapes);
+    EXPECT_EQ(shapes.size(), inner.size());
+    for (const shape_t& s : shapes) EXPECT_LE(s.prism().size, 8u);
+    for (double at : {-1.0, 0.0, 0.25, 1.5}) {
+      EXPECT_LE(intersect_x(p, at).size(), std::size_t(count) + 2);
+      EXPECT_LE(intersect_y(p, at).size(), std::size_t(count) + 2);
+    }
+  }
+}
+
 }  // namespace
 }  // namespace torva

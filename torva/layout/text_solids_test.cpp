@@ -7,6 +7,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <unordered_set>
 
 #include "torva/foundation/errors.h"
 #include "torva/layout/cap3d_parser.h"
@@ -374,6 +375,78 @@ TEST(Example, BusLayoutReadsIntoItsRecords) {
   EXPECT_EQ(_WIRE_BLOCK_LAYER_NAME_, (std::deque<std::string>{"GP", "M1"}));
   EXPECT_EQ(raw.wire_blocks[1].layer, 0);
   EXPECT_EQ(raw.wire_blocks[2].layer, 1);
+  _WIRE_BLOCK_LAYER_NAME_.clear();
+}
+
+}  // namespace
+}  // namespace torva
+
+namespace torva {
+namespace {
+
+double plan_area(const nprism_t& p) {
+  double twice = 0.0;
+  for (std::uint64_t k = 0; k < p.size; ++k) {
+    const point2& a = p.points[k];
+    const point2& b = p.points[(k + 1) % p.size];
+    twice += a[0].value * b[1].value - b[0].value * a[1].value;
+  }
+  return twice / 2;
+}
+
+// The second bundled example: a tapered wire, a cylinder, a concave
+// conductor polygon, and a medium with a leaning block and polygons.
+TEST(Example, ShapesLayoutReadsIntoItsShapes) {
+  const char* source = std::getenv("TORVA_SOURCE_DIR");
+  ASSERT_NE(source, nullptr);
+  _WIRE_BLOCK_LAYER_NAME_.clear();
+  testing::log_capture log;
+  circuit_layout::raw raw;
+  Cap3dParser parser(raw, 2, true, false);
+  ASSERT_TRUE(parser.parse(std::string(source) + "/examples/shapes.cap3d", ""));
+  EXPECT_EQ(log.error(), "");
+  EXPECT_EQ(log.warning(), "");
+
+  ASSERT_EQ(raw.wire_nets.size(), 2u);
+  const wire_net& net1 = raw.wire_nets[0];
+  ASSERT_EQ(net1.blocks.size(), 4u);  // two slices, the via, the pad
+  expect_cuboid_shape(*net1.blocks[0], 1.05, 3.55, 1.5, 6.95, 4.45, 2.0);
+  expect_cuboid_shape(*net1.blocks[1], 0.95, 3.45, 2.0, 7.05, 4.55, 2.5);
+  EXPECT_EQ(net1.blocks[0]->name, "taper");
+  ASSERT_EQ(net1.blocks[2]->shape_kind, shape_cylinder);
+  expect_box(net1.blocks[2]->outer_box, 3.75, 3.75, 2.5, 4.25, 4.25, 3.5);
+  EXPECT_EQ(net1.blocks[2]->name, "via");
+  expect_cuboid_shape(*net1.blocks[3], 3, 3, 3.5, 5, 5, 4);
+  // layers by name: M1, V1, M2 listed in that order, each new one at 0
+  EXPECT_EQ(_WIRE_BLOCK_LAYER_NAME_, (std::deque<std::string>{"M1", "V1", "M2"}));
+
+  // The U is cut into convex pieces of at most four sides that cover it.
+  const wire_net& comb = raw.wire_nets[1];
+  ASSERT_GE(comb.blocks.size(), 2u);
+  double area = 0.0;
+  for (const wire_block* b : comb.blocks) {
+    ASSERT_EQ(b->shape_kind, shape_prism);
+    EXPECT_LE(b->prism().size, 4u);
+    EXPECT_GT(plan_area(b->prism()), 0.0);  // anticlockwise
+    EXPECT_EQ(b->name, "u");
+    EXPECT_EQ(b->layer, 2);
+    EXPECT_DOUBLE_EQ(b->prism().bottom.value, 3.5);
+    EXPECT_DOUBLE_EQ(b->prism().top.value, 4.0);
+    area += plan_area(b->prism());
+  }
+  EXPECT_NEAR(area, 8.0, 1e-9);
+
+  // The plate's body first, then the cap with its three blocks.
+  ASSERT_EQ(raw.medium_nets.size(), 2u);
+  const medium_net& cap = raw.medium_nets[1];
+  EXPECT_EQ(cap.name, "cap");
+  ASSERT_EQ(cap.blocks.size(), 3u);
+  expect_cuboid_shape(*cap.blocks[0], 0, 0, 4.5, 8, 8, 6);
+  EXPECT_DOUBLE_EQ(cap.blocks[0]->side_tan, 0.1);
+  expect_vertices(cap.blocks[1]->prism(), {{0, 0}, {4, 1}, {8, 0}, {4, 4}});  // concave, as it stands
+  expect_vertices(cap.blocks[2]->prism(), {{0, 8}, {4, 5}, {8, 8}, {0, 8}});
+  EXPECT_EQ(raw.capacitance_tasks, (std::unordered_set<std::string>{"net1", "comb"}));
+  EXPECT_EQ(raw.boundary, 2);
   _WIRE_BLOCK_LAYER_NAME_.clear();
 }
 

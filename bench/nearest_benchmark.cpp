@@ -12,6 +12,13 @@
 // of queries that a cached list served (hit_rate), and the mean distance.
 //
 // Adding a pair is one line in `pairs` below.
+//
+// Run from the repository root:
+//   cmake -S . -B build-bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DTORVA_BUILD_TESTS=OFF \
+//     -DTORVA_BUILD_TOOLS=OFF && cmake --build build-bench --target nearest_benchmark && \
+//     build-bench/bench/nearest_benchmark --benchmark_repetitions=3 --benchmark_report_aggregates_only
+// The simple pairs hold every block in one list: at 100k blocks their build
+// is quadratic (several seconds) and a query costs as much as the scan.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>

@@ -11,3 +11,8 @@
 #include "torva/space/space_manager_interface.h"
 #include "torva/space/basic_space_manager.h"
 #include "torva/space/layout_fields.h"
+#include "torva/space/incline_node.h"
+#include "torva/space/base_grid_node.h"
+#include "torva/space/base_grid.h"
+#include "torva/space/basic_grid_spacemgr.h"
+#include "torva/space/space_manager.h"

@@ -1,0 +1,200 @@
+// A grid built by several threads holds exactly what the one-thread build of
+// the same layout holds: every cell, every tree node, every candidate.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <type_traits>
+
+#include "torva/foundation/configure.h"
+#include "torva/space/base_grid_node.h"
+#include "torva/space/basic_grid_spacemgr.h"
+#include "torva/space/incline_node.h"
+#include "torva/space/internal/grid_test_layouts.h"
+#include "torva/space/octree_node.h"
+#include "torva_testing/log_capture.h"
+
+namespace torva {
+namespace {
+
+using grid_testing::add_cuboid;
+using grid_testing::add_cylinder;
+using grid_testing::add_prism;
+using grid_testing::box;
+
+void expect_same_list(const candidate_list& a, const candidate_list& b, const std::string& where) {
+  EXPECT_EQ(a.kind, b.kind) << where;
+  EXPECT_EQ(a.cube.center[0].value, b.cube.center[0].value) << where;
+  EXPECT_EQ(a.cube.center[1].value, b.cube.center[1].value) << where;
+  EXPECT_EQ(a.cube.center[2].value, b.cube.center[2].value) << where;
+  EXPECT_EQ(a.cube.half.value, b.cube.half.value) << where;
+  EXPECT_EQ(a.scope_bound.value, b.scope_bound.value) << where;
+  EXPECT_EQ(a.bound.value, b.bound.value) << where;
+  ASSERT_EQ(a.candidates.size(), b.candidates.size()) << where;
+  for (std::size_t i = 0; i < a.candidates.size(); ++i) {
+    const auto& x = a.candidates[i];
+    const auto& y = b.candidates[i];
+    EXPECT_EQ(x.block, y.block) << where << " candidate " << i;
+    EXPECT_EQ(x.distance.value, y.distance.value) << where << " candidate " << i;
+    EXPECT_EQ(x.is_cuboid, y.is_cuboid) << where;
+    EXPECT_EQ(x.in_tree_cuboid, y.in_tree_cuboid) << where;
+    EXPECT_EQ(x.ratio, y.ratio) << where;
+  }
+}
+
+template <auto N>
+void expect_same_node(const octree_node<N>& a, const octree_node<N>& b, const std::string& where) {
+  EXPECT_EQ(a.depth, b.depth) << where;
+  expect_same_list(a.list, b.list, where);
+  ASSERT_EQ(a.children == nullptr, b.children == nullptr) << where;
+  if (a.children)
+    for (int i = 0; i < 8; ++i) expect_same_node(a.children[i], b.children[i], where + "/" + std::to_string(i));
+}
+
+template <class Node>
+void expect_same_node(const Node& a, const Node& b, const std::string& where) {
+  EXPECT_EQ(a.level, b.level) << where;
+  EXPECT_EQ(a.may_decrease, b.may_decrease) << where;
+  expect_same_list(a.list, b.list, where);
+}
+
+template <class Grid>
+void expect_same_grid(const Grid& a, const Grid& b) {
+  ASSERT_EQ(a.cell_count, b.cell_count);
+  for (std::uint64_t c = 0; c < a.cell_count; ++c) {
+    expect_same_node(a.nodes[c], b.nodes[c], "cell " + std::to_string(c));
+    if (::testing::Test::HasFailure()) return;  // one broken cell tells enough
+  }
+}
+
+// 5400 blocks in a few crowded layers: cuboid wires, with cylinders and
+// prisms among them.
+circuit_layout& crowded_layout() {
+  static circuit_layout* layout = [] {
+    auto* l = new circuit_layout;
+    l->space_margin = 0.5;
+    for (int i = 0; i < 5400; ++i) {
+      const int layer = i % 3;
+      const double a = (i / 3) % 60 * 0.33, b = (i / 180) * 0.66;
+      const double z = 1.0 + layer * 2.5;
+      if (i % 7 == 3) {
+        add_cylinder(*l, 0.5 + a, 0.5 + b, z + 0.2, 0.1, 0.2);
+      } else if (i % 11 == 5) {
+        add_prism(*l, {{{a, b}}, {{a + 0.3, b}}, {{a + 0.2, b + 0.2}}, {{a + 0.1, b + 0.2}}}, z, z + 0.3);
+      } else if (layer == 1) {
+        add_cuboid(*l, box(a, b, z, a + 0.2, b + 0.5, z + 0.4));
+      } else {
+        add_cuboid(*l, box(b, a, z, b + 0.5, a + 0.2, z + 0.4));
+      }
+    }
+    return l;
+  }();
+  return *layout;
+}
+
+// How much the grid holds: candidates in all lists, tree nodes below the
+// cells, and halvings of flat cells; a comparison of empty grids proves nothing.
+struct grid_load {
+  std::uint64_t candidates = 0, inner_nodes = 0, halvings = 0;
+};
+template <auto N>
+void count(const octree_node<N>& n, grid_load& load) {
+  load.candidates += n.list.candidates.size();
+  if (n.children) {
+    ++load.inner_nodes;
+    for (int i = 0; i < 8; ++i) count(n.children[i], load);
+  }
+}
+template <class Node>
+void count(const Node& n, grid_load& load) {
+  load.candidates += n.list.candidates.size();
+  load.halvings += static_cast<std::uint64_t>(n.level);
+}
+template <class Grid>
+grid_load load_of(const Grid& g) {
+  grid_load load;
+  for (std::uint64_t c = 0; c < g.cell_count; ++c) count(g.nodes[c], load);
+  return load;
+}
+
+template <class Grid>
+void check_threads(const cuboid_t& space, configure config, std::initializer_list<int> thread_counts,
+                   std::uint64_t expected_cells = 0) {
+  testing::log_capture log;
+  const circuit_layout& layout = crowded_layout();
+  ASSERT_GT(layout.blocks.size(), 5000u);
+  config.thread_count = 1;
+  auto single = std::make_unique<Grid>();
+  single->initialize(config, space, layout);
+  ASSERT_NE(log.info().find("single thread space management starts."), std::string::npos);
+  if (expected_cells != 0) {
+    ASSERT_EQ(single->cell_count, expected_cells);
+  }
+  const grid_load load = load_of(*single);
+  EXPECT_GT(load.candidates, single->cell_count);
+  if constexpr (grid_internal::tree_cell<std::remove_reference_t<decltype(single->nodes[0])>>) {
+    EXPECT_GT(load.inner_nodes, 0u);
+  } else if (config.decrease_enabled) {
+    EXPECT_GT(load.halvings, 0u);
+  }
+  for (int threads : thread_counts) {
+    SCOPED_TRACE(threads);
+    log.clear();
+    config.thread_count = threads;
+    auto many = std::make_unique<Grid>();
+    many->initialize(config, space, layout);
+    ASSERT_NE(log.info().find("multhread space management starts."), std::string::npos);
+    EXPECT_EQ(many->next_part, threads);
+    expect_same_grid(*single, *many);
+  }
+}
+
+const cuboid_t space = box(-1, -1, 0, 21, 21, 9);
+
+TEST(ThreadedGridBuild, HybridCellsMatchTheSingleThreadBuild) {
+  configure config;
+  config.max_candidates = 4;
+  // Over a cube, 2 x 2 x 2 cells: 9 threads leave all parts but the last empty.
+  check_threads<basic_grid_spacemgr<octree_node<3>, 20, 16>>(box(-1, -1, -6, 21, 21, 16), config, {2, 3, 9}, 8);
+  check_threads<basic_grid_spacemgr<octree_node<0>, 20, 16>>(space, config, {2, 3});
+  check_threads<basic_grid_spacemgr<octree_node<1>, 20, 16>>(space, config, {2});
+}
+
+TEST(ThreadedGridBuild, InclineCellsMatchTheSingleThreadBuild) {
+  configure config;
+  config.decrease_enabled = true;
+  config.incline_max_candidates = 3;
+  config.double_incline_ratio = true;
+  check_threads<basic_grid_spacemgr<incline_node<1>, 20, 16>>(space, config, {2, 3});
+  check_threads<basic_grid_spacemgr<incline_node<2>, 20, 16>>(space, config, {2});
+}
+
+TEST(ThreadedGridBuild, PlainCellsMatchTheSingleThreadBuild) {
+  configure config;
+  config.decrease_enabled = true;
+  config.max_candidates = 6;
+  circuit_layout& layout = crowded_layout();
+  layout.coarse_grid = true;  // 20 * m = 10: 3 x 3 x 1 cells
+  check_threads<basic_grid_spacemgr<base_grid_node<5>, 20, 10>>(space, config, {2, 3, 10}, 9);
+  layout.coarse_grid = false;
+}
+
+TEST(ThreadedGridBuild, ABuildCanBeRepeatedWithThreads) {
+  testing::log_capture log;
+  configure config;
+  config.thread_count = 2;
+  using grid = basic_grid_spacemgr<base_grid_node<5>, 20, 10>;
+  circuit_layout& layout = crowded_layout();
+  layout.coarse_grid = true;
+  auto first = std::make_unique<grid>();
+  first->initialize(config, space, layout);
+  auto again = std::make_unique<grid>();
+  again->initialize(config, space, layout);
+  again->initialize(config, space, layout);
+  layout.coarse_grid = false;
+  EXPECT_EQ(again->next_part, 2);
+  expect_same_grid(*first, *again);
+}
+
+}  // namespace
+}  // namespace torva

@@ -26,6 +26,6 @@ for fuzzer in "$build"/*_fuzz; do
     echo "FAULT in $name:"
     grep -E "ERROR|SUMMARY|Test unit written" "$build/$name.log" | head -20
   fi
-  grep -E "^#[0-9]+ +DONE|stat::number_of_executed_units|stat::peak_rss_mb" "$build/$name.log" | tail -3
+  grep -E "DONE|stat::number_of_executed_units|stat::peak_rss_mb" "$build/$name.log" | tail -3
 done
 exit $status

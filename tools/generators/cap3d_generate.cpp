@@ -2,7 +2,9 @@
 //
 //   cap3d_generate [--kind bus|crossing|mixed] [--blocks N] [--layers N]
 //                  [--polygons F] [--cylinders F] [--inclines F] [--media]
-//                  [--seed N] [--tasks N] -o FILE
+//                  [--seed N] [--tasks N] [--binary] -o FILE
+//
+// With --binary the layout is written in the binary form instead.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -11,6 +13,7 @@
 
 #include "torva/foundation/errors.h"
 #include "torva/foundation/logger.h"
+#include "torva/layout/binary_writer.h"
 #include "torva/layout/generator.h"
 
 namespace {
@@ -19,7 +22,7 @@ int usage() {
   std::fputs(
       "usage: cap3d_generate [--kind bus|crossing|mixed] [--blocks N] [--layers N]\n"
       "                      [--polygons F] [--cylinders F] [--inclines F] [--media]\n"
-      "                      [--seed N] [--tasks N] -o FILE\n",
+      "                      [--seed N] [--tasks N] [--binary] -o FILE\n",
       stderr);
   return 2;
 }
@@ -30,11 +33,14 @@ int main(int argc, char** argv) {
   using namespace torva;
   generator_params p;
   std::string out;
+  bool binary = false;
   for (int i = 1; i < argc; ++i) {
     const std::string a = argv[i];
     const bool has_value = i + 1 < argc;
     if (a == "--media") {
       p.media = true;
+    } else if (a == "--binary") {
+      binary = true;
     } else if (!has_value) {
       return usage();
     } else if (a == "--kind") {
@@ -71,7 +77,8 @@ int main(int argc, char** argv) {
   log.set_error(std::make_unique<sea::file_writer>(stderr));
   try {
     const generated_layout layout = generate_layout(p);
-    write_text_file(layout, out);
+    if (binary) write_binary_file(layout, out);
+    else write_text_file(layout, out);
     std::printf("%zu conductors, %zu solids written to %s\n", layout.conductors.size(), layout.solids.size(),
                 out.c_str());
   } catch (const sea::base_error& e) {

@@ -144,7 +144,10 @@ void progress_bar::run() {
   const double delay = options().progress == "always" ? 0.0 : 0.3;
   static const char spin[] = "|/-\\";
   int turn = 0;
-  while (!stop_) {
+  // Under "always" the bar is drawn at least once, however short the work.
+  bool once = delay == 0.0;
+  while (once || !stop_) {
+    once = false;
     const double elapsed = seconds_since(start);
     if (elapsed >= delay) {
       char line[160];

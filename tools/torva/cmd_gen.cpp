@@ -9,10 +9,7 @@
 #include "commands.h"
 #include "torva/layout/generator.h"
 
-#if __has_include("torva/layout/binary_writer.h")
 #include "torva/layout/binary_writer.h"
-#define TORVA_CLI_HAS_BINARY_WRITER 1
-#endif
 
 namespace torva::cli {
 
@@ -49,9 +46,7 @@ int run_gen(const gen_args& a) {
   const auto start = std::chrono::steady_clock::now();
   const generated_layout layout = generate_layout(p);
   if (a.binary) {
-#ifdef TORVA_CLI_HAS_BINARY_WRITER
     write_binary_file(layout, a.out);
-#endif
   } else {
     write_text_file(layout, a.out);
   }
@@ -88,9 +83,8 @@ command add_gen(CLI::App& app) {
   sub->add_flag("--media", a->media, "Add plate media and dielectric bodies");
   sub->add_option("--seed", a->seed, "Seed of the random choices")->capture_default_str();
   sub->add_option("--tasks", a->tasks, "Conductors named in <task>")->capture_default_str();
-#ifdef TORVA_CLI_HAS_BINARY_WRITER
-  sub->add_flag("--binary", a->binary, "Write the binary form instead of text");
-#endif
+  sub->add_flag("--binary", a->binary,
+                "Write the binary form instead of text (cylinders become blocks of equal area: it has none)");
   return {sub, [a] { return run_gen(*a); }};
 }
 

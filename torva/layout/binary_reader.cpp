@@ -148,33 +148,46 @@ bool Cap3dParser::parseBinary(std::istream& in, const std::string& dump_file, ch
     dump->print("<cap3d>\n");
   }
 
+  // Records are cut from the buffer, which is refilled from the stream when
+  // what is left of it no longer holds the next record: the file is read
+  // forward in large pieces, not a call per record. A record is at most 32767
+  // bytes, far less than the buffer. Unread bytes are buffer[next, filled).
+  std::size_t next = 0;
+  std::size_t filled = 0;
+  bool drained = false;
+  auto have = [&](std::size_t wanted) {
+    if (filled - next >= wanted) return true;
+    if (drained) return false;
+    std::memmove(buffer, buffer + next, filled - next);
+    filled -= next;
+    next = 0;
+    const std::size_t room = buffer_size - filled;
+    in.read(buffer + filled, static_cast<std::streamsize>(room));
+    const std::size_t got = static_cast<std::size_t>(in.gcount());
+    filled += got;
+    if (got < room) drained = true;  // end of file, or a stream that can't be read
+    return filled - next >= wanted;
+  };
+
   for (;;) {
-    unsigned char head[2];
-    in.read(reinterpret_cast<char*>(head), 2);
-    const std::streamsize got = in.gcount();
-    if (got == 0) break;  // end of file between records
-    if (got != 2) {
-      parse_ok = binary_syntax_error();
+    if (!have(2)) {
+      // Nothing left is the end of the file; a lone byte is a cut-off length.
+      if (filled != next) parse_ok = binary_syntax_error();
       break;
     }
     std::uint16_t bits;
-    std::memcpy(&bits, head, sizeof bits);
+    std::memcpy(&bits, buffer + next, sizeof bits);
+    next += 2;
     if (swap_bytes == 1) bits = __builtin_bswap16(bits);
     const short length = static_cast<short>(bits);
 
-    if (length > 2) {
-      const std::streamsize rest = length - 2;
-      if (static_cast<std::size_t>(rest) > buffer_size) {  // cannot happen with a 16-bit length
-        parse_ok = binary_syntax_error();
-        break;
-      }
-      in.read(buffer, rest);
-      if (in.gcount() != rest) {  // cut off by the end of the file
-        parse_ok = binary_syntax_error();
-        break;
-      }
+    const std::size_t rest = length > 2 ? static_cast<std::size_t>(length - 2) : 0;
+    if (!have(rest)) {  // cut off by the end of the file
+      parse_ok = binary_syntax_error();
+      break;
     }
-    parse_ok = parseBinRecord(buffer, length);
+    parse_ok = parseBinRecord(buffer + next, length);
+    next += rest;
     if (!parse_ok) break;
   }
 

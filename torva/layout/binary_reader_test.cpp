@@ -6,6 +6,7 @@
 #include <sstream>
 #include <string>
 
+#include "torva/foundation/errors.h"
 #include "torva/layout/cap3d_parser.h"
 #include "torva/layout/internal/binary_test_support.h"
 #include "torva_testing/log_capture.h"
@@ -179,6 +180,30 @@ TEST(BinaryFrame, RecordCutOffByTheEndOfTheFileIsRejected) {
   c.record(5, mark_payload(0, "kept")).u8(7);
   EXPECT_FALSE(g.parse(c.data));
   EXPECT_EQ(g.log.error(), syntax_line);
+}
+
+TEST(BinaryFrame, RecordsAcrossReadsOfAFileOfSeveralMegabytes) {
+  // Names of varying length put record ends everywhere relative to the reads.
+  binary_fixture f;
+  binary_bytes b;
+  b.record(8, mark_payload(0, "big"));
+  const int count = 30000;
+  for (int k = 0; k < count; ++k)
+    b.record(10, block_payload(k, 0, 0, 1, 1, 1, k % 300, "block" + std::string(std::size_t(k % 97), 'x')));
+  b.record(9, mark_payload(0, ""));
+  ASSERT_GT(b.data.size(), 3u << 20);
+  ASSERT_TRUE(f.parse(b.data)) << f.log.error();
+  ASSERT_EQ(f.raw.wire_blocks.size(), std::size_t(count));
+  for (int k : {0, 1, 12345, count - 1}) {
+    EXPECT_EQ(f.raw.wire_blocks[std::size_t(k)].cuboid().lower[0].value, double(k));
+    EXPECT_EQ(f.raw.wire_blocks[std::size_t(k)].layer, k % 300);
+    EXPECT_EQ(f.raw.wire_blocks[std::size_t(k)].name.size(), 5u + std::size_t(k % 97));
+  }
+  // The same file cut inside its last record.
+  binary_fixture g;
+  EXPECT_FALSE(g.parse(b.data.substr(0, b.data.size() - 1)));
+  EXPECT_EQ(g.log.error(), syntax_line);
+  EXPECT_EQ(g.raw.wire_blocks.size(), std::size_t(count));
 }
 
 TEST(BinaryFrame, ShortPayloadsAndOverlongNamesAreRejected) {
@@ -492,6 +517,61 @@ TEST(BinaryFields, ReadersAdvanceAndSwapOnlyIntegers) {
   EXPECT_EQ(parser.readString(cursor, -4), "");
   EXPECT_EQ(parser.readString(cursor, 3), "abc");
   EXPECT_EQ(cursor, p.data.data() + p.data.size());
+}
+
+// Damaged files: every byte of a valid file is a candidate for a change, and a
+// file may end anywhere. A read ends in true, false or one of the exceptions
+// the form names, never in a crash or a read beyond the file (the sanitized
+// build checks the latter).
+TEST(BinaryDamage, MutatedAndTruncatedFilesFailCleanly) {
+  binary_bytes b;
+  payload win;
+  win.f64(0).f64(0).f64(0).f64(9).f64(9).f64(9).u8(1).text("w");
+  b.record(3, win.data).record(2, layer_payload(1, 1, 1, 0.1, 0.2, "M1"));
+  payload par;
+  par.u8(1).f32(0.5f).u8(9).i16(2).u8(12).u8(3).text("log").u8(10).u8(1);
+  b.record(4, par.data).record(5, mark_payload(0, "n"));
+  b.record(6, diel_payload(2, "m")).record(10, block_payload(0, 0, 0, 1, 1, 1, -1, "")).record(7, diel_payload(2, "m"));
+  payload poly;
+  poly.f64(0).f64(1).u8(5);
+  for (double v : {0.0, 0.0, 2.0, 0.0, 2.0, 1.0, 1.0, 2.0, 0.0, 1.0}) poly.f64(v);
+  poly.i16(1).text("p");
+  b.record(8, mark_payload(1, "n")).record(11, poly.data).record(10, block_payload(3, 3, 3, 1, 1, 1, 2, "q"));
+  b.record(9, mark_payload(1, "n"));
+  {
+    binary_fixture f;
+    ASSERT_TRUE(f.parse(b.data)) << f.log.error();
+  }
+
+  std::uint64_t state = 12345;
+  auto next = [&] {
+    state = state * 6364136223846793005ull + 1442695040888963407ull;
+    return static_cast<std::uint32_t>(state >> 33);
+  };
+  binary_fixture f;
+  int outcomes[4] = {};
+  for (int round = 0; round < 400; ++round) {
+    std::string bytes = b.data;
+    const int changes = 1 + static_cast<int>(next() % 4);
+    for (int c = 0; c < changes; ++c) {
+      const std::size_t at = 13 + next() % (bytes.size() - 13);
+      bytes[at] = static_cast<char>(next() & 0xff);
+    }
+    if (round % 3 == 0) bytes.resize(13 + next() % (bytes.size() - 13));
+    f.raw = circuit_layout::raw();
+    try {
+      ++outcomes[f.parse(bytes) ? 0 : 1];
+    } catch (const std::length_error&) {
+      ++outcomes[2];
+    } catch (const sea::fatal_error&) {
+      ++outcomes[3];
+    }
+    // Every block that was filed belongs to a net that lists it.
+    for (const wire_net& n : f.raw.wire_nets)
+      for (const wire_block* blk : n.blocks) ASSERT_EQ(blk->net, &n);
+  }
+  EXPECT_GT(outcomes[0], 0);
+  EXPECT_GT(outcomes[1], 0);
 }
 
 }  // namespace

@@ -20,23 +20,27 @@ using internal::binary_payload_fits;
 // Files a finished shape: into the open medium (which drops name and layer),
 // else into the open conductor, else into the pending vectors, where the end
 // record decides its fate. No side tan is pending in a binary read.
-void file_shape(Cap3dParser& p, const shape_t& shape, const std::string& name, short layer) {
+void file_shape(Cap3dParser& p, shape_t&& shape, const std::string& name, short layer) {
+  // The shape is moved, not copied, into its block: a copy would allocate its
+  // two piece lists again, the main cost of a binary read.
   circuit_layout::raw& raw = p.layout;
   if ((p.state & Cap3dParser::in_medium) && !raw.medium_nets.empty()) {
     medium_net& net = raw.medium_nets.back();
-    raw.medium_blocks.emplace_back(shape, 0.0);
-    medium_block& block = raw.medium_blocks.back();
+    medium_block& block = raw.medium_blocks.emplace_back();
+    static_cast<shape_t&>(block) = std::move(shape);
     net.blocks.push_back(&block);
     block.net = &net;
   } else if ((p.state & Cap3dParser::in_conductor) && !raw.wire_nets.empty()) {
     wire_net& net = raw.wire_nets.back();
-    raw.wire_blocks.emplace_back(shape, name, layer);
-    wire_block& block = raw.wire_blocks.back();
+    wire_block& block = raw.wire_blocks.emplace_back();
+    static_cast<shape_t&>(block) = std::move(shape);
+    block.name = name;
+    block.layer = layer;
     net.blocks.push_back(&block);
     block.net = &net;
     block.floating = net.floating;
   } else {
-    p.pending_shapes.push_back(shape);
+    p.pending_shapes.push_back(std::move(shape));
     p.pending_names.push_back(name);
     p.pending_layers.push_back(layer);
   }

@@ -23,7 +23,9 @@
 //   a net with no solid then vanishes.
 // - Solids. A cuboid is a block record, a prism a polygon record of its
 //   vertices (the reader decomposes it again, which leaves a convex
-//   anticlockwise piece as it is). The binary form holds no cylinder: one is
+//   anticlockwise piece as it is; a dielectric polygon that the text reader
+//   took as it stood, such as a triangle closed on its first vertex or a
+//   clockwise outline, comes back repaired). The binary form holds no cylinder: one is
 //   written as the block of the square of equal area about its axis, over its
 //   height, exactly what a reader makes of a cylinder when only cuboids are
 //   wanted. The count is in the summary and one line on logger::warning says so.

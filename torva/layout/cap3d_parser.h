@@ -23,6 +23,8 @@
 // - The word of a syntax error is printed as it stands: a "%" in it is never
 //   read as a printf directive, since a layout file is untrusted input.
 // - <plate_medium> starts "diel" and "z_top" at 0.
+// - A path that opens but reads no bytes (a directory) is read as an empty
+//   file: false, with no message.
 // - Decimal numbers are read with "." as the decimal point whatever the
 //   process's locale; other forms strtod knows (hexadecimal, inf, nan) too.
 //
@@ -35,6 +37,16 @@
 // the block has no "layer" key, through the process-wide list
 // _WIRE_BLOCK_LAYER_NAME_ (records.h): the position found there becomes the
 // layer; a name not yet listed is appended and the block gets layer 0.
+//
+// The binary form (binary_reader.cpp, binary_solids.cpp) never reads beyond a
+// record: a record cut off by the end of the file, a payload shorter than the
+// fields of its type, a name of 1024 bytes or more, or a parameter item that
+// runs past its record is a syntax error,
+//   ERROR: Syntax error in cap3d file.
+// and `parse` returns false. A polygon count of 64 to 127 throws
+// std::length_error, the form's limit of 63 vertices. The record readers,
+// parseBinCylinder included, return false for such a payload instead of
+// throwing. binary_writer.h writes the form.
 //
 // A parser serves one file from one thread. Two parsers must not run at once,
 // as they share _WIRE_BLOCK_LAYER_NAME_.
@@ -161,7 +173,7 @@ class Cap3dParser {
   static bool syntaxError(const char* word);
   // The syntax error for a section that runs past the end of `words`.
   bool endOfWords();
-  // True if `count` words follow index i; otherwise reports endOfWords.
+  // True if `count` words follow index i.
   bool haveValues(unsigned int i, unsigned int count) const {
     return static_cast<std::size_t>(i) + count < words.size();
   }

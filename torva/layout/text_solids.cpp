@@ -75,10 +75,7 @@ bool Cap3dParser::parseBlock(unsigned int& i) {
     // A cylinder about the vertical axis through the base point, which is
     // also its middle in z. Its side tan is dropped.
     if (cuboids_only) {
-      const double d = radius * 0.886226925452759;  // half side of the square of equal area
-      addPending(make_cuboid_shape(cuboid_t{{base[0] - d, base[1] - d, base[2] - half_height},
-                                            {base[0] + d, base[1] + d, base[2] + half_height}}),
-                 0.0, name, layer);
+      addPending(internal::make_equal_area_cuboid_shape(base, radius, half_height), 0.0, name, layer);
     } else {
       addPending(internal::make_cylinder_shape(cylinder_t{base, radius, half_height}), 0.0, name, layer);
     }
@@ -171,12 +168,7 @@ bool Cap3dParser::parsePoly(unsigned int& i) {
     std::vector<nprism_large_t> pieces;
     convex_decomposition(poly, pieces);
     for (const nprism_large_t& piece : pieces) {
-      const char* complaint = nullptr;
-      if (!is_anticlock(piece.points.cbegin(), piece.points.size()))
-        complaint = "ERROR: (Geometry) convex vertex should be anticlock.\n";
-      else if (piece.points.size() > 4)
-        complaint = "ERROR: (Geometry) convex sides should less than 5.\n";
-      if (complaint) {
+      if (const char* complaint = internal::bad_piece_complaint(piece)) {
         logger::instance().error->print(complaint);
         internal::throw_bad_piece(piece);
       }

@@ -25,6 +25,7 @@
 
 #include "torva/foundation/abstract_wrapper.h"
 #include "torva/geometry/distance.h"
+#include "torva/layout/generator.h"
 #include "torva/space/basic_space_manager.h"
 #include "torva/space/layout_fields.h"
 #include "torva/space/octree_spacemgr.h"
@@ -227,9 +228,26 @@ struct oracle {
 
 struct layout_case {
   const char* name;
-  testing::layout_recipe recipe;
+  std::function<std::unique_ptr<circuit_layout>(std::uint64_t seed)> make;
   configure settings;  // limits and ratios of the trees; flags are set per mode
 };
+
+// A small interconnect layout of the generator: wires of polygons, cylinders,
+// tapered blocks cut into slices, and boxes.
+std::unique_ptr<circuit_layout> generated(layout_kind kind, std::uint64_t seed) {
+  generator_params p;
+  p.kind = kind;
+  p.blocks = 120;
+  p.layers = 3;
+  p.polygon_share = 0.2;
+  p.cylinder_share = 0.2;
+  p.incline_share = 0.2;
+  p.seed = seed;
+  auto layout = std::make_unique<circuit_layout>();
+  build_circuit(generate_layout(p), *layout);
+  layout->data.boundary = 1;
+  return layout;
+}
 
 std::vector<layout_case> layout_cases() {
   std::vector<layout_case> cases;
@@ -239,7 +257,7 @@ std::vector<layout_case> layout_cases() {
     c.max_candidates = max_candidates;
     c.max_depth = max_depth;
     c.octree_scope_ratio = scope_ratio;
-    cases.push_back({name, recipe, c});
+    cases.push_back({name, [recipe](std::uint64_t seed) { return testing::make_random_layout(recipe, seed); }, c});
   };
   testing::layout_recipe sparse;
   sparse.blocks = 30;
@@ -289,6 +307,12 @@ std::vector<layout_case> layout_cases() {
   corner.blocks = 12;
   corner.spread = 0.2;  // all blocks in the middle: a large critical-box margin
   add("small_middle", corner, 1, 2, 0.5);
+
+  configure wires;
+  wires.max_candidates = 3;
+  wires.max_depth = 9;
+  cases.push_back({"generated_crossing", [](std::uint64_t seed) { return generated(layout_kind::crossing, seed); }, wires});
+  cases.push_back({"generated_mixed", [](std::uint64_t seed) { return generated(layout_kind::mixed, seed); }, wires});
   return cases;
 }
 
@@ -306,7 +330,7 @@ TEST_P(NearestOracle, AnswersNeverExceedTheNearestBlockAndAreExactWithinScope) {
     for (int critical = 0; critical < 2; ++critical) {
       for (int round = 0; round < 2; ++round) {
         const std::uint64_t layout_seed = seed++;
-        auto layout = testing::make_random_layout(lc.recipe, layout_seed);
+        auto layout = lc.make(layout_seed);
         derive_layout_fields(*layout);
         configure config = lc.settings;
         config.group_dominance = dom == dominance::piecewise;

@@ -1,0 +1,171 @@
+// torva bench LAYOUT: how fast each pair of search strategies answers the
+// queries of a random walk, against measuring every block.
+//
+// The walk is that of a floating random walk: from a point, ask the nearest
+// conductor, jump to a random point on the surface of the cube of that half
+// side, and stop near a conductor or at the wall. One walk sequence is made
+// with the first pair asked, then replayed on every pair, so that all meet the
+// same points in the same order (and so the same cache behaviour).
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "commands.h"
+#include "space_tools.h"
+#include "torva/geometry/distance.h"
+
+namespace torva::cli {
+
+namespace {
+
+struct bench_args {
+  std::string path;
+  std::string strategy = "all";
+  std::uint64_t queries = 200000;
+  std::uint64_t brute_queries = 0;  // 0: as many as about 2e7 block distances allow
+  int repeat = 3;
+  std::uint64_t seed = 1;
+  index_options o;
+};
+
+std::vector<unsigned> strategies_of(const std::string& s) {
+  if (s == "all") return {0, 1, 2, 3, 4, 5, 6, 7, 8, 9};
+  return {static_cast<unsigned>(std::stoul(s))};
+}
+
+// A random point of the cube's surface about `c` of half side `h`.
+point3 on_cube(const point3& c, double h, std::mt19937_64& rng) {
+  std::uniform_real_distribution<double> unit(-1.0, 1.0);
+  std::uniform_int_distribution<int> face(0, 5);
+  const int f = face(rng);
+  point3 p;
+  for (int k = 0; k < 3; ++k) p[k] = c[k].value + h * unit(rng);
+  p[f % 3] = c[f % 3].value + (f < 3 ? h : -h);
+  return p;
+}
+
+struct walk_points {
+  std::vector<point3> points;
+  std::uint64_t walks = 0;
+};
+
+walk_points make_walk(const circuit_layout& layout, const space_manager& m, std::uint64_t count, std::uint64_t seed) {
+  walk_points w;
+  w.points.reserve(count);
+  std::mt19937_64 rng(seed);
+  const cuboid_t box = sampling_box(layout);
+  double longest = 0;
+  for (int k = 0; k < 3; ++k) longest = std::max(longest, box.upper[k].value - box.lower[k].value);
+  const double absorb = 1e-3 * longest;  // a walk ends this near a conductor
+  candidate_list_cache first, second;
+  point3 p = random_point(layout, rng);
+  ++w.walks;
+  while (w.points.size() < count) {
+    w.points.push_back(p);
+    const nearest_result r = m->nearest(p, 1e9, first, second);
+    const double d = r.distance.value;
+    point3 next;
+    const bool absorbed = !(d > absorb);
+    if (!absorbed) next = on_cube(p, d, rng);
+    if (absorbed || !contains(box, next)) {
+      next = random_point(layout, rng);
+      ++w.walks;
+    }
+    p = next;
+  }
+  return w;
+}
+
+// Nanoseconds per query over the points, the best of `repeat` passes.
+double time_queries(const space_manager& m, const std::vector<point3>& points, int repeat) {
+  double best = 1e300;
+  volatile double sink = 0;
+  for (int r = 0; r < repeat; ++r) {
+    candidate_list_cache first, second;
+    double sum = 0;
+    const auto start = std::chrono::steady_clock::now();
+    for (const point3& p : points) sum += m->nearest(p, 1e9, first, second).distance.value;
+    const double s = seconds_since(start);
+    sink = sink + sum;
+    best = std::min(best, s * 1e9 / double(points.size()));
+  }
+  return best;
+}
+
+double time_brute(const circuit_layout& layout, const std::vector<point3>& points) {
+  volatile double sink = 0;
+  double sum = 0;
+  const auto start = std::chrono::steady_clock::now();
+  for (const point3& p : points) sum += brute_nearest(layout, p).distance;
+  const double s = seconds_since(start);
+  sink = sink + sum;
+  return s * 1e9 / double(points.size());
+}
+
+int run_bench(const bench_args& a) {
+  const std::vector<unsigned> list = strategies_of(a.strategy);
+  const ready_layout ready = prepare_layout(a.path, a.o);
+  const circuit_layout& layout = ready.layout();
+  std::printf("layout       %s: %zu conductor blocks (%d cuboid, %d other), read in %s\n", a.path.c_str(),
+              layout.blocks.size(), int(layout.cuboid_size), int(layout.prism_size),
+              format_seconds(ready.in.read_seconds).c_str());
+
+  walk_points walk;
+  {
+    const auto guide = build_index(layout, a.o, list.front(), true);
+    walk = make_walk(layout, guide->manager, a.queries, a.seed);
+  }
+  std::uint64_t brute_n = a.brute_queries;
+  if (brute_n == 0) brute_n = std::max<std::uint64_t>(200, 20000000ull / layout.blocks.size());
+  brute_n = std::min<std::uint64_t>(brute_n, walk.points.size());
+  const std::vector<point3> brute_points(walk.points.begin(), walk.points.begin() + static_cast<long>(brute_n));
+  const double brute = time_brute(layout, brute_points);
+  std::printf("walk         %zu queries in %llu walks; brute force timed on the first %llu: %.1f ns per query\n",
+              walk.points.size(), (unsigned long long)walk.walks, (unsigned long long)brute_n, brute);
+  std::printf("%-8s  %-18s  %10s  %10s  %12s  %14s  %8s\n", "strategy", "pair", "build", "heap", "ns/query",
+              "brute ns/query", "speed-up");
+  for (unsigned s : list) {
+    std::unique_ptr<built_index> index;
+    try {
+      index = build_index(layout, a.o, s, true);
+    } catch (const input_error& e) {
+      if (list.size() == 1) throw;
+      std::printf("%8u  %-18s  not built: %s\n", s, "?", e.what());
+      continue;
+    }
+    const double ns = time_queries(index->manager, walk.points, a.repeat);
+    std::printf("%8u  %-18s  %10s  %10s  %12.1f  %14.1f  %7.1fx\n", s, index->pair.c_str(),
+                format_seconds(index->seconds).c_str(), format_bytes(double(index->heap_bytes)).c_str(), ns, brute,
+                brute / ns);
+    std::fflush(stdout);
+  }
+  return exit_ok;
+}
+
+}  // namespace
+
+command add_bench(CLI::App& app) {
+  auto* sub = app.add_subcommand("bench", "Time walk-like nearest-conductor queries on each pair of strategies");
+  auto a = std::make_shared<bench_args>();
+  sub->add_option("LAYOUT", a->path, "A cap3d layout file, text or binary")->required();
+  sub->add_option("-s,--strategy", a->strategy, "A strategy value 0..10, or all (0 to 9)")
+      ->capture_default_str()
+      ->check(CLI::IsMember({"all", "0", "1", "2", "3", "4", "5", "6", "7", "8", "9", "10"}));
+  sub->add_option("-q,--queries", a->queries, "Queries of the walk")
+      ->capture_default_str()
+      ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{1000000000}));
+  sub->add_option("--brute-queries", a->brute_queries, "Queries timed by brute force (0: by the layout's size)")
+      ->capture_default_str();
+  sub->add_option("--repeat", a->repeat, "Passes over the walk; the best is shown")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 100));
+  sub->add_option("--seed", a->seed, "Seed of the walk")->capture_default_str();
+  add_index_options(*sub, a->o, false);
+  return {sub, [a] { return run_bench(*a); }};
+}
+
+}  // namespace torva::cli

@@ -73,7 +73,8 @@ inline sea::double_wrapper horizontal_manhattan_distance(const point2& p, const 
     case shape_prism: {
       sea::double_wrapper d = horizontal_manhattan_distance(p, s.outer_box);
       const nprism_t& prism = s.prism();
-      const std::uint64_t n = prism.size;
+      // A prism holds at most 8 vertices; a larger count is never read past the array.
+      const std::uint64_t n = prism.size < 8 ? prism.size : 8;
       if (n == 0) return d;
       // The prism is the intersection of its box and the half planes of its
       // inclined edges; axis-parallel edges are answered by the box.

@@ -124,6 +124,17 @@ TEST(HorizontalDistance, EmptyPrismIsItsBox) {
   EXPECT_EQ(horizontal_manhattan_distance(P2(2, 2), s).value, 0.0);
 }
 
+TEST(HorizontalDistance, OversizedVertexCountReadsOnlyTheArray) {
+  // A prism record claiming more vertices than it can hold: the distance is
+  // that of its eight real vertices (and nothing past the array is read).
+  shape_t s = prism_shape({P2(0, 0), P2(4, 0), P2(5, 1), P2(5, 3), P2(4, 4), P2(1, 4), P2(0, 3), P2(-1, 1)}, 0, 1);
+  const double eight = horizontal_manhattan_distance(P2(6, 5), s).value;
+  nprism_t bad = s.prism();
+  bad.size = 1000;
+  s.solid = new_solid(bad);
+  EXPECT_EQ(horizontal_manhattan_distance(P2(6, 5), s).value, eight);
+}
+
 TEST(ManhattanDistance, HeightComesFromTheOuterBox) {
   shape_t s = cylinder_shape(0, 0, 0, 1, 1);
   EXPECT_DOUBLE_EQ(manhattan_distance(P3(0, 0, 3), s).value, 2.0);

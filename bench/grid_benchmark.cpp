@@ -8,7 +8,10 @@
 // One command runs it all and prints a summary per layout at the end:
 //   build/bench/grid_benchmark [--grid_sizes=10000,100000,1000000]
 //                              [--grid_points=50000] [--grid_repetitions=3]
-//                              [any Google Benchmark flag]
+//                              [--grid_max_candidates=N] [--grid_max_depth=N]
+//                              [--grid_decrease=0|1] [any Google Benchmark flag]
+// The last three set the candidate and depth limits of every tree and grid
+// (configure's defaults when left out) and whether flat cells halve.
 //
 // Figures:
 // - build/<pair>/<blocks>/threads:<t>: time of space_manager::initialize with
@@ -17,9 +20,9 @@
 //   reset before it, freed heap is handed back first).
 // - query/<pair>/<blocks>: ns per nearest() on a walk-like stream of points,
 //   one walker, caches kept from step to step. Counters: cand, the mean number
-//   of list entries scanned per query (entries that passed the sorted cut-off
-//   of the list, counted by a copy of the scan over the same lists, outside
-//   the timing); bad, answers of the first --grid_verify points that break the
+//   of list entries scanned per query over the first --grid_verify points
+//   (entries that passed the sorted cut-off of the list, counted by a copy of
+//   the scan over the same lists, outside the timing); bad, answers of the first --grid_verify points that break the
 //   contract (farther than the true nearest block, or naming a block not at
 //   the answered distance); radius, the mean answered distance over the true
 //   one (the share of the free cube that a walker may use).
@@ -68,6 +71,9 @@ struct bench_options {
   std::size_t points = 50000;
   std::size_t verify = 2000;
   int repetitions = 3;
+  int max_candidates = -1;  // configure::max_candidates and incline_max_candidates; negative: defaults
+  int max_depth = -1;       // configure::max_depth and incline_max_depth; negative: defaults
+  bool decrease = false;    // configure::decrease_enabled
 };
 bench_options options;
 
@@ -342,15 +348,18 @@ nearest_result counted_query(const Pair& m, const Strategy& s, const point3& p, 
   return counted_scan(cache, p, limit, n);
 }
 
+// Over the first --grid_verify points of the stream (a list over a whole
+// family makes this as slow as the scan over all blocks).
 template <class Pair>
 double mean_scanned(const space_manager_interface& manager, const bench_layout& b) {
   const Pair& m = dynamic_cast<const Pair&>(manager);
   std::size_t n = 0;
-  for (std::size_t i = 0; i < b.points.size(); ++i) {
+  const std::size_t count = std::max<std::size_t>(1, std::min(options.verify, b.points.size()));
+  for (std::size_t i = 0; i < count; ++i) {
     const nearest_result r1 = counted_query(m, m.first, b.points[i], b.limits[i], n);
     counted_query(m, m.second, b.points[i], r1.distance.value, n);
   }
-  return double(n) / double(b.points.size());
+  return double(n) / double(count);
 }
 
 struct pair_info {
@@ -390,6 +399,11 @@ configure config_for(int index, int threads) {
   configure config;
   config.spacemgr_type = index == auto_index ? 10u : pairs[index].type;
   config.thread_count = threads;
+  config.max_candidates = options.max_candidates;
+  config.incline_max_candidates = options.max_candidates;
+  config.max_depth = options.max_depth;
+  config.incline_max_depth = options.max_depth;
+  config.decrease_enabled = options.decrease;
   return config;
 }
 
@@ -582,7 +596,8 @@ void print_summary(const collecting_reporter& reporter) {
       const result* b2 = find("build/" + name + "/" + n + "/threads:2");
       const result* q = find("query/" + name + "/" + n);
       if (b1 == nullptr && b2 == nullptr && q == nullptr) {
-        std::printf("%-15s (left out: one list over a whole family, quadratic build)\n", name.c_str());
+        std::printf("%-15s %s\n", name.c_str(),
+                    left_out(index, size) ? "(left out: one list over a whole family, quadratic build)" : "(not run)");
         continue;
       }
       const std::string note = index == auto_index && q != nullptr ? "  -> " + q->label : "";
@@ -650,6 +665,12 @@ void take_own_flags(int& argc, char** argv) {
       options.points = std::max<std::size_t>(1, std::strtoull(a + 14, nullptr, 10));
     } else if (std::strncmp(a, "--grid_verify=", 14) == 0) {
       options.verify = std::strtoull(a + 14, nullptr, 10);
+    } else if (std::strncmp(a, "--grid_max_candidates=", 22) == 0) {
+      options.max_candidates = std::atoi(a + 22);
+    } else if (std::strncmp(a, "--grid_max_depth=", 17) == 0) {
+      options.max_depth = std::atoi(a + 17);
+    } else if (std::strncmp(a, "--grid_decrease=", 16) == 0) {
+      options.decrease = std::atoi(a + 16) != 0;
     } else if (std::strncmp(a, "--grid_repetitions=", 19) == 0) {
       options.repetitions = std::max(1, std::atoi(a + 19));
     } else {

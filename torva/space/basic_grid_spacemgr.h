@@ -34,9 +34,11 @@
 #include "torva/layout/records.h"
 #include "torva/space/base_grid.h"
 #include "torva/space/base_grid_node.h"
+#include "torva/space/basic_space_manager.h"
 #include "torva/space/candidate_list.h"
 #include "torva/space/incline_node.h"
 #include "torva/space/thresholder.h"
+#include "torva/space/unused_spacemgr.h"
 
 namespace torva {
 
@@ -245,5 +247,11 @@ struct basic_grid_spacemgr : base_grid<Node> {
     for (std::uint64_t c = first; c < last; ++c) this->nodes[c].complete();
   }
 };
+
+// The plain grid alone takes the boundary box: its space is the critical box
+// grown by twenty margins, and points outside it are answered by that box.
+// Declared beside the grid so that every pair of that type sees it.
+template <>
+inline constexpr bool uses_boundary_box<basic_grid_spacemgr<base_grid_node<5>, 20, 10>, unused_spacemgr> = true;
 
 }  // namespace torva

@@ -45,11 +45,6 @@ using incline_grid = basic_grid_spacemgr<incline_node<1>, 20, 16>;
 using incline_nd_grid = basic_grid_spacemgr<incline_node<2>, 20, 16>;
 using plain_grid = basic_grid_spacemgr<base_grid_node<5>, 20, 10>;
 
-// The plain grid pair takes the boundary box: its space is the critical box
-// grown by twenty margins, and points outside it are answered by that box.
-template <>
-inline constexpr bool uses_boundary_box<plain_grid, unused_spacemgr> = true;
-
 using simple_simple_manager = basic_space_manager<simple_spacemgr<3>, simple_spacemgr<1>>;
 using octree_octree_manager = basic_space_manager<octree_spacemgr<3>, octree_spacemgr<1>>;
 using hybrid_hybrid_manager = basic_space_manager<hybrid_cuboid_grid, hybrid_incline_grid>;

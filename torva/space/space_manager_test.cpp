@@ -2,6 +2,7 @@
 // choice by the size and shape of the layout, and values beyond the table.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <limits>
 #include <string>
@@ -73,6 +74,27 @@ TEST(SpaceManager, EachValueBuildsAndLogsItsPair) {
     const nearest_result near = manager->nearest(p3(3, 4.51, 0.5), 10.0, first, second);
     EXPECT_EQ(near.block, layout.blocks.back());
     EXPECT_NEAR(near.distance.value, 0.01, 1e-12);
+  }
+}
+
+TEST(SpaceManager, ThePlainGridAnswersOutsideItsSpaceByTheBoundaryBox) {
+  testing::log_capture log;
+  circuit_layout layout;
+  row_of_cuboids(layout, 3);  // critical box (-1, -1, -1)-(6, 2, 2), margin 0.01
+  layout.data.boundary = 2;   // taken also under a Neumann boundary
+  configure config;
+  config.spacemgr_type = 9;
+  space_manager manager;
+  manager.initialize(config, layout);
+  const cuboid_t& space = manager->space();
+  EXPECT_NEAR(space.lower[0].value, -1.2, 1e-12);
+  EXPECT_NEAR(space.upper[0].value, 6.2, 1e-12);
+  for (double limit : {10.0, 3.0}) {
+    candidate_list_cache first, second;
+    const nearest_result r = manager->nearest(p3(10, 0.5, 0.5), limit, first, second);
+    EXPECT_EQ(r.block, nullptr);
+    EXPECT_DOUBLE_EQ(r.distance.value, std::min(limit, 4.0));
+    EXPECT_DOUBLE_EQ(r.reach.value, std::min(limit, 4.0));
   }
 }
 

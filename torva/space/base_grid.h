@@ -16,6 +16,7 @@
 #include "torva/geometry/cube.h"
 #include "torva/layout/solids.h"
 #include "torva/space/candidate_list.h"
+#include "torva/space/cell_array.h"
 
 namespace torva {
 
@@ -29,7 +30,7 @@ struct base_grid {
   std::uint64_t count_z = 0;
   std::uint64_t cell_count = 0;  // count_x * count_y * count_z
   cuboid_t bounds;               // the box the cells cover exactly
-  std::unique_ptr<Node[]> nodes; // cell_count cells; null before initialize
+  cell_array<Node> nodes;  // cell_count cells; null before initialize
 
   std::uint64_t count(int axis) const noexcept {
     return axis == 0 ? count_x : axis == 1 ? count_y : count_z;

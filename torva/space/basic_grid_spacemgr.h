@@ -149,7 +149,7 @@ struct basic_grid_spacemgr : base_grid<Node> {
       this->bounds.upper[a] = space.upper[a] + pad;
     }
     this->nodes.reset();
-    this->nodes = std::make_unique<Node[]>(this->cell_count);  // value-initialised: zeroed cells
+    this->nodes = make_cell_array<Node>(this->cell_count);  // value-initialised: zeroed cells
     info("grid size: %lu\n", static_cast<unsigned long>(this->cell_count));
     info.flush();
 

@@ -187,7 +187,7 @@ base_grid<base_grid_node<5>> unit_grid() {
   g.count_x = g.count_y = g.count_z = 10;
   g.cell_count = 1000;
   g.bounds = box(0, 0, 0, 10, 10, 10);
-  g.nodes = std::make_unique<base_grid_node<5>[]>(1000);
+  g.nodes = make_cell_array<base_grid_node<5>>(1000);
   return g;
 }
 

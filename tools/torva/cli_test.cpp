@@ -86,6 +86,13 @@ class cli : public ::testing::Test {
     return r;
   }
 
+  // Runs torva and expects it to succeed.
+  outcome run_ok(std::vector<std::string> args) {
+    outcome r = run(args);
+    EXPECT_EQ(r.status, 0) << ::testing::PrintToString(args) << "\n" << r.err;
+    return r;
+  }
+
   // A failure of bad input: status 1 and exactly one line on standard error,
   // which starts with the program's name and holds `what`.
   void expect_one_line_failure(std::vector<std::string> args, const std::string& what) {
@@ -105,9 +112,8 @@ class cli : public ::testing::Test {
   // A generated layout with every kind of solid.
   std::string mixed_layout(const std::string& size) {
     const std::string path = dir.file("mixed" + size + ".cap3d");
-    const outcome g = run({"gen", "mixed", "--size", size, "--polygons", "0.25", "--cylinders", "0.15", "--inclines",
-                           "0.1", "--media", "--layers", "3", path});
-    EXPECT_EQ(g.status, 0) << g.err;
+    run_ok({"gen", "mixed", "--size", size, "--polygons", "0.25", "--cylinders", "0.15", "--inclines", "0.1", "--media",
+            "--layers", "3", path});
     return path;
   }
 
@@ -139,8 +145,7 @@ TEST_F(cli, usage_errors_exit_with_two_and_help_with_zero) {
 }
 
 TEST_F(cli, info_summarises_the_bus_example) {
-  const outcome r = run({"info", bus});
-  ASSERT_EQ(r.status, 0) << r.err;
+  const outcome r = run_ok({"info", bus});
   EXPECT_TRUE(r.err.empty()) << r.err;
   // Four conductors (ground and three wires); the L-shaped wire is cut into two prisms.
   expect_all(r.out, {"conductors   4 (0 floating), 5 blocks: 3 cuboid, 2 prism",
@@ -192,13 +197,12 @@ TEST_F(cli, log_file_verbose_and_progress_put_the_library_lines_where_asked) {
   expect_one_line_failure({"--log-file", log, "info", dir.file("syntax.cap3d")}, "ERROR: (Syntax) \"<bogus>\".");
   EXPECT_THAT(slurp(log), HasSubstr("ERROR: (Syntax) \"<bogus>\"."));
   expect_one_line_failure({"--log-file", dir.file("no/such/dir/x.log"), "info", bus}, "log file");
-  ASSERT_EQ(run({"--log-file", log, "index", bus}).status, 0);
+  run_ok({"--log-file", log, "index", bus});
   EXPECT_THAT(slurp(log), HasSubstr("using simple-none space manager\n"));
   EXPECT_THAT(run({"index", bus}).err, Not(HasSubstr("space manager")));
   EXPECT_THAT(run({"--verbose", "index", bus}).err, HasSubstr("using simple-none space manager\n"));
 
-  const outcome r = run({"--progress", "always", "info", bus});
-  ASSERT_EQ(r.status, 0) << r.err;
+  const outcome r = run_ok({"--progress", "always", "info", bus});
   EXPECT_THAT(r.out, Not(HasSubstr("\r")));
   // Drawn at least once however short the read, and wiped at the end.
   EXPECT_THAT(r.err, StartsWith("\rreading bus.cap3d ["));
@@ -217,16 +221,14 @@ TEST_F(cli, gen_writes_layouts_that_info_reads_back_the_same_every_time) {
     a.push_back(path);
     return a;
   };
-  const outcome g = run(with(dir.file("mixed.cap3d")));
-  ASSERT_EQ(g.status, 0) << g.err;
+  const outcome g = run_ok(with(dir.file("mixed.cap3d")));
   EXPECT_THAT(g.out, HasSubstr("300 solids"));
-  const outcome i = run({"info", dir.file("mixed.cap3d")});
-  ASSERT_EQ(i.status, 0) << i.err;
+  const outcome i = run_ok({"info", dir.file("mixed.cap3d")});
   expect_all(i.out, {"cylinder", "prism", "plate media  3"});
-  ASSERT_EQ(run(with(dir.file("again.cap3d"))).status, 0);
+  run_ok(with(dir.file("again.cap3d")));
   EXPECT_EQ(slurp(dir.file("mixed.cap3d")), slurp(dir.file("again.cap3d")));
 
-  ASSERT_EQ(run({"gen", "crossing", "--size", "200", "--binary", dir.file("gen.bin")}).status, 0);
+  run_ok({"gen", "crossing", "--size", "200", "--binary", dir.file("gen.bin")});
   expect_all(run({"info", dir.file("gen.bin")}).out, {"(binary, ", "200 blocks: 200 cuboid"});
 
   expect_usage_errors({{"gen", "spiral", dir.file("x.cap3d")},
@@ -244,8 +246,7 @@ TEST_F(cli, tables_reports_the_groups_a_stack_loads) {
   }
   torva::testing::write_three_layer(root, 3.9, 2.5, 7, 5);
   // Three layers in mode 2: two interfaces and one run of three, no run of four.
-  const outcome r = run({"tables", "--mode", "2", "--dir", root, "--diels", "3.9,2.5,7"});
-  ASSERT_EQ(r.status, 0) << r.err;
+  const outcome r = run_ok({"tables", "--mode", "2", "--dir", root, "--diels", "3.9,2.5,7"});
   expect_all(r.out, {"two-layer               2 groups,      2 uses", "half-layer              2 groups,      2 uses",
                      "three-layer             1 groups,      1 uses", "loading table: (3.900000000000, 2.500000000000)",
                      "table_path:"});
@@ -254,8 +255,7 @@ TEST_F(cli, tables_reports_the_groups_a_stack_loads) {
   for (const std::vector<std::string>& more : {std::vector<std::string>{"-m", "0"}, {"-m", "1", "--walk-scheme", "3"}}) {
     std::vector<std::string> args = {"tables", "-d", dir.file("none"), "--diels", "3.9,2.5"};
     args.insert(args.end(), more.begin(), more.end());
-    const outcome f = run(args);
-    ASSERT_EQ(f.status, 0) << f.err;
+    const outcome f = run_ok(args);
     expect_all(f.out, {"first table  1024 cells, last 1\n", "groups\n  none\n"});
   }
   expect_one_line_failure({"tables", "-m", "1", "-d", dir.file("empty/"), "--diels", "3.9,2.5"},
@@ -271,8 +271,7 @@ TEST_F(cli, tables_reports_the_groups_a_stack_loads) {
 }
 
 TEST_F(cli, index_agrees_with_brute_force_for_every_strategy) {
-  const outcome r = run({"index", bus});
-  ASSERT_EQ(r.status, 0) << r.err;
+  const outcome r = run_ok({"index", bus});
   EXPECT_TRUE(r.err.empty()) << r.err;
   // Fewer than 50 blocks: the automatic choice is the single list.
   expect_all(r.out, {"blocks       5 conductor blocks: 3 cuboid, 2 other",
@@ -292,8 +291,7 @@ TEST_F(cli, index_agrees_with_brute_force_for_every_strategy) {
     EXPECT_THAT(m.out, HasSubstr("0 disagree")) << "strategy " << s;
   }
   // The critical box of a Dirichlet window: points beyond it are answered by the wall.
-  const outcome c = run({"index", "--critical-box", "-s", "4", "--check", "400", path});
-  ASSERT_EQ(c.status, 0) << c.err;
+  const outcome c = run_ok({"index", "--critical-box", "-s", "4", "--check", "400", path});
   expect_all(c.out, {"| use critical box.", "400 of 400 agree"});
 
   expect_usage_errors({{"index", "--strategy", "11", bus}, {"index", "--threads", "-3", bus}});
@@ -306,8 +304,7 @@ TEST_F(cli, index_agrees_with_brute_force_for_every_strategy) {
 
 TEST_F(cli, query_names_the_nearest_block_with_its_distance) {
   // Between wire w0 (y 2..3) and w1 (y 4.5..5.5), 0.7 above w0's side.
-  const outcome r = run({"query", bus, "5", "3.7", "2.5"});
-  ASSERT_EQ(r.status, 0) << r.err;
+  const outcome r = run_ok({"query", bus, "5", "3.7", "2.5"});
   expect_all(r.out, {"nearest      net bus0, block w0 (cuboid", "distance     0.700000000000\n",
                      "brute force  bus0/w0 at 0.700000000000: agrees\n"});
   // Above the L-shaped wire's long arm (y 7..8), nearer than the wall at y 10.
@@ -322,8 +319,7 @@ TEST_F(cli, query_names_the_nearest_block_with_its_distance) {
 }
 
 TEST_F(cli, bench_times_every_pair_beside_brute_force) {
-  const outcome r = run({"bench", mixed_layout("300"), "--queries", "3000", "--repeat", "1"});
-  ASSERT_EQ(r.status, 0) << r.err;
+  const outcome r = run_ok({"bench", mixed_layout("300"), "--queries", "3000", "--repeat", "1"});
   EXPECT_THAT(r.out, HasSubstr("walk         3000 queries in "));
   const char* pairs[] = {"simple-simple", "octree-octree", "hybrid-hybrid", "simple-none",    "octree-none",
                          "hybrid-none",   "hybrid-simple", "hybrid-grid",   "hybrid-grid-nd", "grid-none-nd"};
@@ -332,8 +328,7 @@ TEST_F(cli, bench_times_every_pair_beside_brute_force) {
                          " +[0-9.]+ (ns|us|ms|s) +[0-9.]+ (B|KiB|MiB) +[0-9.]+ +[0-9.]+ +[0-9.]+x\\n");
     EXPECT_TRUE(std::regex_search(r.out, row)) << pairs[s] << "\n" << r.out;
   }
-  const outcome one = run({"bench", bus, "-s", "3", "-q", "500"});
-  ASSERT_EQ(one.status, 0) << one.err;
+  const outcome one = run_ok({"bench", bus, "-s", "3", "-q", "500"});
   EXPECT_THAT(one.out, HasSubstr("simple-none"));
   EXPECT_THAT(one.out, Not(HasSubstr("octree")));
   expect_usage_errors({{"bench", bus, "-s", "some"}, {"bench", bus, "-q", "0"}});
@@ -343,21 +338,17 @@ TEST_F(cli, convert_round_trips_refuses_to_overwrite_and_cleans_up_after_a_faile
   // The lines of `info` from the second on: all but the file's name, form and time.
   auto body = [](const std::string& out) { return out.substr(out.find('\n') + 1); };
   const std::string bin = dir.file("bus.bin");
-  const outcome to_bin = run({"convert", bus, bin});
-  ASSERT_EQ(to_bin.status, 0) << to_bin.err;
+  const outcome to_bin = run_ok({"convert", bus, bin});
   EXPECT_THAT(to_bin.out, HasSubstr("binary form of"));
   EXPECT_EQ(slurp(bin).substr(0, 12), "CAP3D_BINARY");
-  const outcome text_info = run({"info", bus}), bin_info = run({"info", bin});
-  ASSERT_EQ(bin_info.status, 0) << bin_info.err;
+  const outcome text_info = run({"info", bus}), bin_info = run_ok({"info", bin});
   EXPECT_THAT(bin_info.out, HasSubstr("(binary, "));
   EXPECT_EQ(body(bin_info.out), body(text_info.out));
   EXPECT_THAT(run({"index", bin}).out, HasSubstr("2000 of 2000 agree"));
   // Back to text by the reader's dump: the same conductors, media and tasks.
-  const outcome to_text = run({"convert", bin, dir.file("again.cap3d")});
-  ASSERT_EQ(to_text.status, 0) << to_text.err;
+  const outcome to_text = run_ok({"convert", bin, dir.file("again.cap3d")});
   EXPECT_THAT(to_text.out, HasSubstr("text dump of the binary"));
-  const outcome again = run({"info", dir.file("again.cap3d")});
-  ASSERT_EQ(again.status, 0) << again.err;
+  const outcome again = run_ok({"info", dir.file("again.cap3d")});
   for (const char* head : {"\nconductors", "\nmedia", "\nplate media", "\ntasks", "\nlayers"}) {
     auto line = [&](const std::string& text) {
       const std::size_t at = text.find(head);
@@ -367,7 +358,7 @@ TEST_F(cli, convert_round_trips_refuses_to_overwrite_and_cleans_up_after_a_faile
   }
 
   expect_one_line_failure({"convert", bus, bin}, "--force");
-  EXPECT_EQ(run({"convert", "--force", bus, bin}).status, 0);
+  run_ok({"convert", "--force", bus, bin});
   expect_one_line_failure({"convert", "--force", bin, bin}, "same file");
   // A binary file cut in the middle of a record: no dump is left behind.
   const std::string whole = slurp(bin);

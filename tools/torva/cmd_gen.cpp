@@ -15,36 +15,22 @@ namespace torva::cli {
 
 namespace {
 
+// The options fill the generator's parameters directly, so that their
+// defaults are the generator's own.
 struct gen_args {
   std::string kind;
   std::string out;
-  std::uint64_t size = 1000;
-  int layers = 2;
-  double polygons = 0.0;
-  double cylinders = 0.0;
-  double inclines = 0.0;
-  bool media = false;
-  std::uint64_t seed = 1;
-  std::uint64_t tasks = 4;
+  generator_params params;
   bool binary = false;
 };
 
-int run_gen(const gen_args& a) {
+int run_gen(gen_args a) {
   static const std::map<std::string, layout_kind> kinds = {
       {"bus", layout_kind::bus}, {"crossing", layout_kind::crossing}, {"mixed", layout_kind::mixed}};
-  generator_params p;
-  p.kind = kinds.at(a.kind);  // checked by the option
-  p.blocks = a.size;
-  p.layers = a.layers;
-  p.polygon_share = a.polygons;
-  p.cylinder_share = a.cylinders;
-  p.incline_share = a.inclines;
-  p.media = a.media;
-  p.seed = a.seed;
-  p.tasks = a.tasks;
+  a.params.kind = kinds.at(a.kind);  // checked by the option
 
   const auto start = std::chrono::steady_clock::now();
-  const generated_layout layout = generate_layout(p);
+  const generated_layout layout = generate_layout(a.params);
   if (a.binary) {
     write_binary_file(layout, a.out);
   } else {
@@ -67,22 +53,23 @@ command add_gen(CLI::App& app) {
       ->required()
       ->check(CLI::IsMember({"bus", "crossing", "mixed"}));
   sub->add_option("OUT", a->out, "The file to write")->required();
-  sub->add_option("-n,--size", a->size, "Conductor segments to make (a polygon may become several blocks)")
+  generator_params& p = a->params;
+  sub->add_option("-n,--size", p.blocks, "Conductor segments to make (a polygon may become several blocks)")
       ->capture_default_str()
       ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{100000000}));
-  sub->add_option("--layers", a->layers, "Metal layers")->capture_default_str()->check(CLI::Range(1, 1000));
-  sub->add_option("--polygons", a->polygons, "Share of segments written as polygons")
+  sub->add_option("--layers", p.layers, "Metal layers")->capture_default_str()->check(CLI::Range(1, 1000));
+  sub->add_option("--polygons", p.polygon_share, "Share of segments written as polygons")
       ->capture_default_str()
       ->check(CLI::Range(0.0, 1.0));
-  sub->add_option("--cylinders", a->cylinders, "Share of segments that are cylinders")
+  sub->add_option("--cylinders", p.cylinder_share, "Share of segments that are cylinders")
       ->capture_default_str()
       ->check(CLI::Range(0.0, 1.0));
-  sub->add_option("--inclines", a->inclines, "Share of segments with a side slope")
+  sub->add_option("--inclines", p.incline_share, "Share of segments with a side slope")
       ->capture_default_str()
       ->check(CLI::Range(0.0, 1.0));
-  sub->add_flag("--media", a->media, "Add plate media and dielectric bodies");
-  sub->add_option("--seed", a->seed, "Seed of the random choices")->capture_default_str();
-  sub->add_option("--tasks", a->tasks, "Conductors named in <task>")->capture_default_str();
+  sub->add_flag("--media", p.media, "Add plate media and dielectric bodies");
+  sub->add_option("--seed", p.seed, "Seed of the random choices")->capture_default_str();
+  sub->add_option("--tasks", p.tasks, "Conductors named in <task>")->capture_default_str();
   sub->add_flag("--binary", a->binary,
                 "Write the binary form instead of text (cylinders become blocks of equal area: it has none)");
   return {sub, [a] { return run_gen(*a); }};

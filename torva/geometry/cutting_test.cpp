@@ -9,43 +9,25 @@
 #include <vector>
 
 #include "torva/geometry/convex_decomposition.h"
+#include "torva/geometry/internal/prism_fixtures.h"
 
 namespace torva {
 namespace {
 
-point2 P(double x, double y) { return point2{{x, y}}; }
-
-nprism_t prism_of(const std::vector<point2>& v, double bottom = 0.0, double top = 1.0) {
-  nprism_t p;
-  for (std::size_t i = 0; i < v.size(); ++i) p.points[i] = v[i];
-  p.size = v.size();
-  p.bottom = bottom;
-  p.top = top;
-  return p;
-}
-
-using pairs = std::vector<std::pair<double, double>>;
-pairs coords(const std::vector<point2>& v) {
-  pairs r;
-  for (const point2& p : v) r.emplace_back(p[0].value, p[1].value);
-  return r;
-}
-pairs coords(const nprism_t& p) {
-  return coords(std::vector<point2>(p.points, p.points + p.size));
-}
+using testing::coords;
+using testing::P;
+using testing::pairs;
+using testing::prism_of;
 
 void expect_box(const cuboid_t& c, double x0, double y0, double z0, double x1, double y1, double z1) {
-  EXPECT_DOUBLE_EQ(c.lower[0].value, x0);
-  EXPECT_DOUBLE_EQ(c.lower[1].value, y0);
-  EXPECT_DOUBLE_EQ(c.lower[2].value, z0);
-  EXPECT_DOUBLE_EQ(c.upper[0].value, x1);
-  EXPECT_DOUBLE_EQ(c.upper[1].value, y1);
-  EXPECT_DOUBLE_EQ(c.upper[2].value, z1);
+  const double want[6] = {x0, y0, z0, x1, y1, z1};
+  for (int k = 0; k < 3; ++k) {
+    EXPECT_DOUBLE_EQ(c.lower[k].value, want[k]) << "lower " << k;
+    EXPECT_DOUBLE_EQ(c.upper[k].value, want[3 + k]) << "upper " << k;
+  }
 }
 
-// ---------------------------------------------------------------- cut_cuboid
-
-TEST(CutCuboid, EqualSidesAreCutInY) {
+TEST(CutCuboid, SlicesTheLongerSideAndTiesWithinToleranceGoToY) {
   std::vector<cuboid_t> inner, outer;
   cut_cuboid(cuboid_t{{{0, 0, 0}}, {{2, 2, 1}}}, 2, inner, outer);
   ASSERT_EQ(inner.size(), 2u);
@@ -54,10 +36,13 @@ TEST(CutCuboid, EqualSidesAreCutInY) {
   expect_box(inner[1], 0, 1, 0, 2, 2, 1);
   expect_box(outer[0], 0, 0, 0, 2, 1, 1);
   expect_box(outer[1], 0, 1, 0, 2, 2, 1);
-}
-
-TEST(CutCuboid, LongerXIsCutInXAndVectorsAreAppendedTo) {
-  std::vector<cuboid_t> inner(1), outer(2);
+  inner.clear();
+  cut_cuboid(cuboid_t{{{0, 0, 0}}, {{1 + 5e-11, 1, 1}}}, 2, inner, outer);
+  EXPECT_DOUBLE_EQ(inner[0].upper[1].value, 0.5);
+  EXPECT_DOUBLE_EQ(inner[0].upper[0].value, 1 + 5e-11);
+  // Longer in x; the vectors are appended to.
+  inner.assign(1, cuboid_t{});
+  outer.assign(2, cuboid_t{});
   cut_cuboid(cuboid_t{{{1, 0, -1}}, {{5, 1, 1}}}, 4, inner, outer);
   ASSERT_EQ(inner.size(), 5u);
   ASSERT_EQ(outer.size(), 6u);
@@ -65,14 +50,11 @@ TEST(CutCuboid, LongerXIsCutInXAndVectorsAreAppendedTo) {
     expect_box(inner[1 + i], 1 + i, 0, -1, 2 + i, 1, 1);
     expect_box(outer[2 + i], 1 + i, 0, -1, 2 + i, 1, 1);
   }
-}
-
-TEST(CutCuboid, NearlyEqualSidesAreCutInY) {
-  std::vector<cuboid_t> inner, outer;
-  cut_cuboid(cuboid_t{{{0, 0, 0}}, {{1 + 5e-11, 1, 1}}}, 2, inner, outer);
-  ASSERT_EQ(inner.size(), 2u);
-  EXPECT_DOUBLE_EQ(inner[0].upper[1].value, 0.5);
-  EXPECT_DOUBLE_EQ(inner[0].upper[0].value, 1 + 5e-11);
+  // No parts, no slices.
+  cut_cuboid(cuboid_t{{{0, 0, 0}}, {{1, 1, 1}}}, 0, inner, outer);
+  cut_cuboid(cuboid_t{{{0, 0, 0}}, {{1, 1, 1}}}, -3, inner, outer);
+  EXPECT_EQ(inner.size(), 5u);
+  EXPECT_EQ(outer.size(), 6u);
 }
 
 TEST(CutCuboid, LastSliceEndsAtTheSumOfStepsNotAtTheUpperFace) {
@@ -81,75 +63,44 @@ TEST(CutCuboid, LastSliceEndsAtTheSumOfStepsNotAtTheUpperFace) {
   cut_cuboid(cuboid_t{{{0.1, 0, 0}}, {{3.7, 1, 1}}}, 3, inner, outer);
   ASSERT_EQ(inner.size(), 3u);
   EXPECT_EQ(inner[2].upper[0].value, 3.6999999999999997);
-  EXPECT_NE(inner[2].upper[0].value, 3.7);
   EXPECT_EQ(inner[1].upper[0].value, inner[2].lower[0].value);
 }
 
-TEST(CutCuboid, NoPartsNoSlices) {
-  std::vector<cuboid_t> inner, outer;
-  cut_cuboid(cuboid_t{{{0, 0, 0}}, {{1, 1, 1}}}, 0, inner, outer);
-  cut_cuboid(cuboid_t{{{0, 0, 0}}, {{1, 1, 1}}}, -3, inner, outer);
-  EXPECT_TRUE(inner.empty());
-  EXPECT_TRUE(outer.empty());
-}
-
-// ---------------------------------------------------------------- intersect
-
-TEST(Intersect, ThroughAVertexGivesItOnce) {
+TEST(Intersect, ChordsRunFromLowToHighAndEdgesOnTheLineGiveTheirEnds) {
   const nprism_t tri = prism_of({P(0, 0), P(4, 0), P(0, 3)});
-  EXPECT_EQ(coords(intersect_x(tri, 4)), (pairs{{4, 0}}));
-  EXPECT_EQ(coords(intersect_y(tri, 3)), (pairs{{0, 3}}));
-}
-
-TEST(Intersect, AlongAnEdgeGivesExactlyItsEnds) {
-  const nprism_t tri = prism_of({P(0, 0), P(4, 0), P(0, 3)});
-  // x = 0: the point from the first edge is dropped for the vertical edge's ends.
-  EXPECT_EQ(coords(intersect_x(tri, 0)), (pairs{{0, 0}, {0, 3}}));
-  EXPECT_EQ(coords(intersect_y(tri, 0)), (pairs{{0, 0}, {4, 0}}));
-  // Within the tolerance of the edge the ends keep the line's own coordinate.
+  const nprism_t cw = prism_of({P(0, 0), P(0, 3), P(4, 0)});
+  const nprism_t sq = prism_of({P(0, 0), P(2, 0), P(2, 2), P(0, 2)});
+  const struct {
+    const nprism_t* p;
+    bool along_x;  // a line of constant x
+    double at;
+    pairs chord;
+  } cases[] = {
+      {&tri, true, 4, {{4, 0}}},  // through a vertex: once
+      {&tri, false, 3, {{0, 3}}},
+      {&tri, true, 0, {{0, 0}, {0, 3}}},  // along an edge: exactly its ends
+      {&tri, false, 0, {{0, 0}, {4, 0}}},
+      {&tri, true, 2, {{2, 0}, {2, 1.5}}},
+      {&cw, true, 2, {{2, 0}, {2, 1.5}}},  // either way round
+      {&tri, false, 1.5, {{0, 1.5}, {2, 1.5}}},
+      {&sq, false, 1, {{0, 1}, {2, 1}}},
+      {&sq, true, 1, {{1, 0}, {1, 2}}},
+      {&tri, true, 5, {}},
+      {&tri, false, -1, {}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(::testing::Message() << (c.along_x ? "x = " : "y = ") << c.at);
+    EXPECT_EQ(coords(c.along_x ? intersect_x(*c.p, c.at) : intersect_y(*c.p, c.at)), c.chord);
+  }
+  EXPECT_TRUE(intersect_x(prism_of({}), 0).empty());
+  // Within the tolerance of an edge its ends keep the line's own coordinate.
   const auto near = intersect_x(tri, 5e-11);
   ASSERT_EQ(near.size(), 2u);
   EXPECT_EQ(near[0][0].value, 5e-11);
 }
 
-TEST(Intersect, ChordsRunFromLowToHigh) {
-  const nprism_t tri = prism_of({P(0, 0), P(4, 0), P(0, 3)});
-  EXPECT_EQ(coords(intersect_x(tri, 2)), (pairs{{2, 0}, {2, 1.5}}));
-  const auto y = intersect_y(tri, 1.5);
-  ASSERT_EQ(y.size(), 2u);
-  EXPECT_DOUBLE_EQ(y[0][0].value, 0.0);
-  EXPECT_DOUBLE_EQ(y[1][0].value, 2.0);
-  // A clockwise outline gives the same order.
-  const nprism_t cw = prism_of({P(0, 0), P(0, 3), P(4, 0)});
-  EXPECT_EQ(coords(intersect_x(cw, 2)), (pairs{{2, 0}, {2, 1.5}}));
-}
-
-TEST(Intersect, MissingTheOutlineGivesNothing) {
-  const nprism_t tri = prism_of({P(0, 0), P(4, 0), P(0, 3)});
-  EXPECT_TRUE(intersect_x(tri, 5).empty());
-  EXPECT_TRUE(intersect_y(tri, -1).empty());
-  EXPECT_TRUE(intersect_x(prism_of({}), 0).empty());
-}
-
-TEST(Intersect, VerticalEdgeCrossedByAHorizontalLine) {
-  const nprism_t sq = prism_of({P(0, 0), P(2, 0), P(2, 2), P(0, 2)});
-  EXPECT_EQ(coords(intersect_y(sq, 1)), (pairs{{0, 1}, {2, 1}}));
-  EXPECT_EQ(coords(intersect_x(sq, 1)), (pairs{{1, 0}, {1, 2}}));
-}
-
-// ---------------------------------------------------------------- cut_prism
-
-TEST(CutPrism, SquareInOnePartIsOneSliceOfTheWholeSquare) {
-  std::vector<cuboid_t> inner, outer;
-  cut_prism(prism_of({P(0, 0), P(2, 0), P(2, 2), P(0, 2)}, -1, 3), 1, inner, outer);
-  ASSERT_EQ(inner.size(), 1u);
-  ASSERT_EQ(outer.size(), 1u);
-  expect_box(inner[0], 1 - 0.0001, 1 - 0.0001, -1, 1 + 0.0001, 1 + 0.0001, 3);
-  expect_box(outer[0], 0, 0, -1, 2, 2, 3);
-}
-
 TEST(CutPrism, TriangleInTwoPartsGivesAQuadrilateralAndATriangle) {
-  const nprism_t tri = prism_of({P(0, 0), P(4, 0), P(0, 3)}, 0, 1);
+  const nprism_t tri = prism_of({P(0, 0), P(4, 0), P(0, 3)});
   std::vector<shape_t> shapes;
   cut_prism_for_shape(tri, 2, shapes);
   ASSERT_EQ(shapes.size(), 2u);
@@ -183,23 +134,20 @@ TEST(CutPrism, UniformPositionNearAVertexFallsAway) {
   EXPECT_EQ(outer[0].upper[0].value, 1 + 5e-11);
 }
 
-TEST(CutPrism, DegeneratePrismsGiveNoSlices) {
+TEST(CutPrism, DegenerateOrCorruptPrismsStayInBounds) {
   std::vector<cuboid_t> inner, outer;
   cut_prism(prism_of({}), 3, inner, outer);
   cut_prism(prism_of({P(1, 1)}), 3, inner, outer);
   EXPECT_TRUE(inner.empty());
   EXPECT_TRUE(outer.empty());
-}
-
-TEST(CutPrism, CorruptSizeReadsAtMostEightVertices) {
   nprism_t p = prism_of({P(0, 0), P(4, 0), P(0, 3)});
   p.size = 1000;
-  std::vector<cuboid_t> inner, outer;
-  cut_prism(p, 2, inner, outer);  // must stay within the array
+  cut_prism(p, 2, inner, outer);  // must read no more than the array
   EXPECT_EQ(inner.size(), outer.size());
 }
 
-// Random convex pieces like the decomposition's, cut into random parts.
+// Random convex pieces like the decomposition's, cut into random parts: the
+// slices follow one another along the cutting axis and cover the prism.
 TEST(CutPrismProperty, SlicesCoverThePrismAndOverlapOnlyAtCuttingLines) {
   std::mt19937_64 rng(17);
   std::uniform_real_distribution<double> u(0, 1);
@@ -217,59 +165,40 @@ TEST(CutPrismProperty, SlicesCoverThePrismAndOverlapOnlyAtCuttingLines) {
         v.push_back(P(r * std::cos(a) + 10, r * std::sin(a) - 3));
       }
     }
-    const nprism_t prism = prism_of(v, 0.5, 1.5);
     const int parts = 1 + int(rng() % 5);
     const std::string what = "#" + std::to_string(n) + " parts " + std::to_string(parts);
     std::vector<shape_t> slices;
-    cut_prism_for_shape(prism, parts, slices);
+    cut_prism_for_shape(prism_of(v, 0.5, 1.5), parts, slices);
     ASSERT_GE(slices.size(), std::size_t(parts)) << what;
 
-    double xmin = 1e9, xmax = -1e9, ymin = 1e9, ymax = -1e9, area = 0;
-    for (std::size_t i = 0; i < v.size(); ++i) {
-      xmin = std::min(xmin, v[i][0].value), xmax = std::max(xmax, v[i][0].value);
-      ymin = std::min(ymin, v[i][1].value), ymax = std::max(ymax, v[i][1].value);
-      const point2& b = v[(i + 1) % v.size()];
-      area += v[i][0].value * b[1].value - b[0].value * v[i][1].value;
-    }
-    area /= 2;
-    const int axis = (ymax - ymin) < (xmax - xmin) - 1e-10 ? 0 : 1;
-
-    double sum = 0, at = axis ? ymin : xmin;
+    double lo[2] = {1e9, 1e9}, hi[2] = {-1e9, -1e9};
+    for (const point2& p : v)
+      for (int k = 0; k < 2; ++k) lo[k] = std::min(lo[k], p[k].value), hi[k] = std::max(hi[k], p[k].value);
+    const int axis = (hi[1] - lo[1]) < (hi[0] - lo[0]) - 1e-10 ? 0 : 1;
+    double sum = 0, at = lo[axis];
     for (const shape_t& s : slices) {
       const nprism_t& p = s.prism();
       ASSERT_GE(p.size, 3u) << what;
       ASSERT_LE(p.size, 4u) << what;
-      std::vector<point2> pts(p.points, p.points + p.size);
+      const std::vector<point2> pts(p.points, p.points + p.size);
       EXPECT_TRUE(is_anticlock(pts.cbegin(), pts.size())) << what;
-      double a = 0;
-      for (std::size_t i = 0; i < pts.size(); ++i) {
-        const point2& b = pts[(i + 1) % pts.size()];
-        a += pts[i][0].value * b[1].value - b[0].value * pts[i][1].value;
-      }
-      EXPECT_GT(a, 0) << what;
-      sum += a / 2;
-      // Consecutive along the cutting axis: each box starts where the last ended.
+      EXPECT_GT(testing::signed_area(pts), 0) << what;
+      sum += testing::signed_area(pts);
       EXPECT_NEAR(s.outer_box.lower[axis].value, at, 1e-12) << what;
       EXPECT_GT(s.outer_box.upper[axis].value, s.outer_box.lower[axis].value) << what;
       at = s.outer_box.upper[axis].value;
-      // The inner rod stands at the slice's centre, between its bottom and top.
-      EXPECT_EQ(s.inner_box.lower[2].value, 0.5);
-      EXPECT_EQ(s.inner_box.upper[2].value, 1.5);
-      EXPECT_EQ(s.outer_box.lower[2].value, 0.5);
-      EXPECT_EQ(s.outer_box.upper[2].value, 1.5);
+      for (const cuboid_t* b : {&s.inner_box, &s.outer_box}) {
+        EXPECT_EQ(b->lower[2].value, 0.5) << what;
+        EXPECT_EQ(b->upper[2].value, 1.5) << what;
+      }
     }
-    EXPECT_NEAR(at, axis ? ymax : xmax, 1e-12) << what;
+    EXPECT_NEAR(at, hi[axis], 1e-12) << what;
+    const double area = testing::signed_area(v);
     EXPECT_NEAR(sum, area, 1e-9 * std::max(1.0, area)) << what;
     // Every point of the outline lies in some slice's outer box.
     for (int k = 0; k < 200; ++k) {
-      const double x = xmin + (xmax - xmin) * u(rng), y = ymin + (ymax - ymin) * u(rng);
-      bool in = true;
-      for (std::size_t i = 0; i < v.size(); ++i) {
-        const point2& a = v[i];
-        const point2& b = v[(i + 1) % v.size()];
-        if ((b[0].value - a[0].value) * (y - a[1].value) - (b[1].value - a[1].value) * (x - a[0].value) < 0) in = false;
-      }
-      if (!in) continue;
+      const double x = lo[0] + (hi[0] - lo[0]) * u(rng), y = lo[1] + (hi[1] - lo[1]) * u(rng);
+      if (!testing::inside_convex(v, x, y)) continue;
       bool covered = false;
       for (const shape_t& s : slices)
         covered |= x >= s.outer_box.lower[0].value - 1e-12 && x <= s.outer_box.upper[0].value + 1e-12 &&

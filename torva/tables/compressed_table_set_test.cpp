@@ -38,6 +38,14 @@ void write_compressed(const std::string& path, const char* file, std::size_t siz
   std::fclose(f);
 }
 
+// Loads the compressed set under `root` (mode 3) into `db`.
+void load_equal(table_database& db, const std::string& root, bool force) {
+  configure config;
+  config.table_mode = 3;
+  config.table_dir_equal = root;
+  db.load(config, dielectric_layers{}, force);
+}
+
 const std::pair<const char*, std::size_t> files[] = {
     {"GFT/NumGFT_A.db", 150},       {"GFT/NumGFT_B.db", 144},       {"GFT/NumGFT_IS_Z.db", 444},
     {"GFT/NumGFT_IS_XY_A.db", 288}, {"GFT/NumGFT_IS_XY_B.db", 288}, {"WVT/NumWVT_IS.db", 2}};
@@ -50,10 +58,7 @@ struct CompressedSet : ::testing::Test {
     for (auto [file, size] : files) write_compressed(dir->file("equal/Approx4equal/") + file, file, size);
     testing::log_capture log;
     db = std::make_unique<table_database>();
-    configure config;
-    config.table_mode = 3;
-    config.table_dir_equal = dir->file("equal");
-    db->load(config, dielectric_layers{}, true);
+    load_equal(*db, dir->file("equal"), true);
     info = log.info();
   }
   static void TearDownTestSuite() {
@@ -145,20 +150,13 @@ TEST_F(CompressedSet, MixIsTheShareOfTheUpperPair) {
   }
 }
 
-TEST_F(CompressedSet, NotLoadedForAnEmptyStackWithoutForce) {
+TEST_F(CompressedSet, NothingWithoutForceAndNoGroupFromAShortOrMissingFile) {
   testing::log_capture log;
   table_database other;
-  configure config;
-  config.table_mode = 3;
-  config.table_dir_equal = dir->file("equal");
-  other.load(config, dielectric_layers{}, false);
+  load_equal(other, dir->file("equal"), false);  // an empty stack needs no tables
   EXPECT_TRUE(other.cmpr_equal_layer.groups.empty());
   EXPECT_TRUE(other.first_lookup.empty());
   EXPECT_EQ(log.info(), "");
-}
-
-TEST_F(CompressedSet, ShortFileFailsBeforeAnyGroupIsMade) {
-  testing::log_capture log;
   // The five good files linked, the weights one record short.
   const std::string broken = dir->file("broken/");
   for (auto [file, size] : files) {
@@ -168,12 +166,8 @@ TEST_F(CompressedSet, ShortFileFailsBeforeAnyGroupIsMade) {
   }
   std::vector<unsigned char> short_file((rows - 1) * 44, 0);
   testing::write_bytes(broken + "Approx4equal/WVT/NumWVT_IS.db", short_file.data(), short_file.size());
-  table_database other;
-  configure config;
-  config.table_mode = 3;
-  config.table_dir_equal = broken;
   try {
-    other.load(config, dielectric_layers{}, true);
+    load_equal(other, broken, true);
     ADD_FAILURE() << "accepted";
   } catch (const sea::file_error& e) {
     EXPECT_STREQ(e.what(), "SYSTEM ERROR. \n");
@@ -185,7 +179,7 @@ TEST_F(CompressedSet, ShortFileFailsBeforeAnyGroupIsMade) {
   // A missing file names itself.
   log.clear();
   std::filesystem::remove(broken + "Approx4equal/GFT/NumGFT_IS_Z.db");
-  EXPECT_THROW(other.load(config, dielectric_layers{}, true), sea::file_error);
+  EXPECT_THROW(load_equal(other, broken, true), sea::file_error);
   EXPECT_EQ(log.error(), "ERROR: cannot open \"NumGFT_IS_Z.db\", please register correct GFT/WVTs\n");
 }
 

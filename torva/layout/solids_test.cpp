@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-
 namespace torva {
 namespace {
 
@@ -31,15 +30,10 @@ TEST(SolidsWriteTo, PrismPrintsVerticesInUseThenBottomAndTop) {
   EXPECT_EQ(out.text,
             "(0.000000000000, 0.000000000000) (1.500000000000, 0.000000000000) (0.000000000000, -2.000000000000) "
             "-1.000000000000 2.250000000000");
-}
-
-TEST(SolidsWriteTo, EmptyPrismPrintsOnlyItsHeights) {
-  sea::string_writer out;
-  nprism_t p;
-  p.bottom = 0;
-  p.top = 1;
+  out.text.clear();
+  p.size = 0;  // an empty prism prints only its heights
   p.write_to(out);
-  EXPECT_EQ(out.text, "0.000000000000 1.000000000000");
+  EXPECT_EQ(out.text, "-1.000000000000 2.250000000000");
 }
 
 TEST(SolidShapes, CuboidShapeIsItsOwnBoxesAndPieces) {

@@ -9,7 +9,6 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "torva/foundation/errors.h"
 #include "torva/layout/cap3d_parser.h"
 #include "torva/layout/internal/binary_test_support.h"
 #include "torva_testing/log_capture.h"
@@ -95,9 +94,13 @@ TEST(BinaryFrame, OddFlagsSwapLengthsAndIntegersButNotDoubles) {
     f.raw = circuit_layout::raw();
     binary_bytes b(static_cast<unsigned char>(flag));  // swaps for odd flags only
     b.record(10, block_payload(1, 2, 3, 4, 5, 6, 0x0102, "a", b.swapped)).record(9, mark_payload(0, "c"));
+    b.record(4, payload(b.swapped).u8(8).i32(-123456).u8(1).f32(0.5f).data);
     ASSERT_TRUE(f.parse(b.data)) << f.log.error();
     ASSERT_EQ(f.raw.wire_blocks.size(), 1u);
     EXPECT_EQ(f.raw.wire_blocks[0].layer, 0x0102);
+    internal::expect_box(f.raw.wire_blocks[0].cuboid(), 1, 2, 3, 5, 7, 9);
+    EXPECT_EQ(f.raw.seed, -123456);
+    EXPECT_EQ(f.raw.c_ratio, 0.5);
   }
 }
 

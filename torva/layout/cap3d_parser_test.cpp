@@ -6,11 +6,9 @@
 
 #include <cstring>
 #include <deque>
-#include <random>
 #include <string>
 #include <vector>
 
-#include "torva/foundation/errors.h"
 #include "torva/layout/internal/parse_fixture.h"
 
 namespace torva {
@@ -127,6 +125,8 @@ TEST(Parse, OutcomeAndErrorLineOfTheFrame) {
   } cases[] = {
       {"", false, ""},
       {"just some words\n", false, ""},
+      {std::string(3 * chunk_text + 17, 'x'), false, ""},  // chunks without a separator
+      {std::string(2 * chunk_text, '\0'), false, ""},
       {"<cap3d>\n</cap3d>", false, ""},  // the last word has no separator behind it
       {"<cap3d>\n<window> name w </window>\n</cap3d>", false, ends},
       {"/* a file */ <cap3d> // the root\n<task> </task>\n</cap3d>\n", true, ""},
@@ -147,7 +147,7 @@ TEST(Parse, OutcomeAndErrorLineOfTheFrame) {
       {"<cap3d> <conductor> name </conductor>\n", false, ends},  // the name took the tag as its value
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.text);
+    SCOPED_TRACE(c.text.substr(0, 80));
     parse_fixture f;
     EXPECT_EQ(f.parse(c.text), c.ok);
     EXPECT_EQ(f.log.error(), c.error);
@@ -354,24 +354,6 @@ TEST(Chunks, BlockCommentEndAtTheBoundary) {
     EXPECT_EQ(f.parse(head + "*" + tail), c.ok);
     EXPECT_EQ(f.log.error(), c.error);
     EXPECT_EQ(f.raw.capacitance_tasks.count("n"), c.ok ? 1u : 0u);
-  }
-}
-
-TEST(BadInput, HugeWordsZerosAndRawBytesEndCleanly) {
-  parse_fixture f;
-  EXPECT_FALSE(f.parse(std::string(3 * chunk_text + 17, 'x')));
-  EXPECT_FALSE(f.parse(std::string(2 * chunk_text, '\0')));
-  std::mt19937 random(7);
-  std::string bytes(chunk_text + 5000, '\0');
-  for (char& c : bytes) c = static_cast<char>(random() % 256);
-  for (int slices = 0; slices < 3; ++slices) {
-    f.slices = slices;
-    try {
-      f.parse(bytes);
-      f.parse("<cap3d>\n" + bytes + "\n</cap3d>\n");
-    } catch (const sea::fatal_error&) {
-      // bad geometry is allowed to end the read this way
-    }
   }
 }
 

@@ -111,30 +111,6 @@ TEST(Generator, BusRunsAlongXAndCrossingAlternates) {
   }
 }
 
-TEST(Generator, PolygonsAreAnticlockwiseOfEveryOutlineAndSplitWithoutWarnings) {
-  generator_params p = mixed_params(2000, 2);
-  p.polygon_share = 1.0;
-  const generated_layout g = generate_layout(p);
-  testing::log_capture log;
-  int outlines[3] = {0, 0, 0};
-  for (const generated_solid& s : g.solids) {
-    ASSERT_EQ(s.form, generated_form::polygon);
-    double twice_area = 0.0;
-    for (std::uint32_t v = 0; v < s.vertex_count; ++v) {
-      const auto& a = g.vertices[s.first_vertex + v];
-      const auto& b = g.vertices[s.first_vertex + (v + 1) % s.vertex_count];
-      twice_area += double(a[0]) * b[1] - double(b[0]) * a[1];
-    }
-    EXPECT_GT(twice_area, 0.0);
-    ++outlines[s.vertex_count == 8 ? 0 : s.vertex_count == 5 ? 1 : 2];
-  }
-  for (int k = 0; k < 3; ++k) EXPECT_GT(outlines[k], 0) << k;  // notch, chamfer, trapezoid
-  circuit_layout::raw raw;
-  build_layout(g, raw);
-  EXPECT_GT(raw.wire_blocks.size(), g.solids.size());
-  EXPECT_EQ(log.warning(), "");
-}
-
 // What the reader makes of the text is what the builder makes directly, to the
 // last bit, with and without cuboids-only.
 TEST(Generator, TheReaderOfTheTextBuildsTheSameRecords) {
@@ -182,18 +158,8 @@ TEST(Generator, CircuitBuildCountsTheBlocksAndTakesTheWindowAsCriticalBox) {
   }
 }
 
-TEST(Generator, NoSlicesDropLeaningBlocksAndSharesAndLayersAreClamped) {
+TEST(Generator, SharesAndLayersAreClamped) {
   generator_params p;
-  p.blocks = 1;
-  p.layers = 1;
-  p.incline_share = 1.0;
-  build_options o;
-  o.incline_slices = 0;
-  circuit_layout::raw none;
-  build_layout(generate_layout(p), none, o);
-  EXPECT_TRUE(none.wire_blocks.empty());
-  EXPECT_EQ(none.wire_nets.size(), 1u);  // the conductor still stands
-
   p.blocks = 50;
   p.layers = -3;
   p.polygon_share = -1.0;

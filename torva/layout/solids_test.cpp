@@ -36,21 +36,5 @@ TEST(SolidsWriteTo, PrismPrintsVerticesInUseThenBottomAndTop) {
   EXPECT_EQ(out.text, "-1.000000000000 2.250000000000");
 }
 
-TEST(SolidShapes, CuboidShapeIsItsOwnBoxesAndPieces) {
-  const cuboid_t c{{{0, 0, 0}}, {{1, 2, 3}}};
-  const shape_t s = make_cuboid_shape(c);
-  EXPECT_EQ(s.shape_kind, shape_cuboid);
-  EXPECT_EQ(s.cuboid().upper[2].value, 3.0);
-  EXPECT_EQ(s.inner_box.upper[1].value, 2.0);
-  EXPECT_EQ(s.outer_box.lower[0].value, 0.0);
-  ASSERT_EQ(s.inner_pieces.size(), 1u);
-  ASSERT_EQ(s.outer_pieces.size(), 1u);
-  // Copies share the solid and own their piece lists.
-  shape_t copy = s;
-  EXPECT_EQ(copy.solid, s.solid);
-  copy.inner_pieces.push_back(c);
-  EXPECT_EQ(s.inner_pieces.size(), 1u);
-}
-
 }  // namespace
 }  // namespace torva

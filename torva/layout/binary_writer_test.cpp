@@ -11,7 +11,6 @@
 
 #include "torva/foundation/errors.h"
 #include "torva/layout/cap3d_parser.h"
-#include "torva/layout/generator.h"
 #include "torva/layout/internal/binary_test_support.h"
 #include "torva_testing/log_capture.h"
 
@@ -80,39 +79,29 @@ struct round_trip {
   }
 };
 
-TEST(BinaryWriter, TextToBinaryGivesTheSameRecordsInEveryForm) {
+// Text -> binary -> records in both byte orders and both ways of writing nets
+// (without begin records a net with no solid is lost), and binary -> text
+// dump -> records.
+TEST(BinaryWriter, RoundTrips) {
   round_trip t;
   const circuit_layout::raw text = t.read_text(full_text);
   ASSERT_EQ(text.wire_nets.size(), 3u);
   ASSERT_GE(text.wire_blocks.size(), 6u);  // slices and polygon pieces
-  for (bool swapped : {false, true}) {
-    binary_write_options o;
-    o.swapped = swapped;
-    const std::string bytes = to_binary(text, o);
-    EXPECT_EQ(bytes[12], swapped ? 1 : 0);
-    SCOPED_TRACE(swapped ? "swapped" : "native");
-    expect_same_layout(text, t.read_binary(bytes));
+  std::string without_empty = full_text;
+  without_empty.erase(without_empty.find("<conductor> name empty </conductor>"), 35);
+  const circuit_layout::raw text_without_empty = t.read_text(without_empty);
+  for (bool begin : {true, false}) {
+    for (bool swapped : {false, true}) {
+      SCOPED_TRACE(std::string(begin ? "begin records, " : "end records only, ") + (swapped ? "swapped" : "native"));
+      binary_write_options o;
+      o.begin_records = begin;
+      o.swapped = swapped;
+      const std::string bytes = to_binary(text, o);
+      EXPECT_EQ(bytes[12], swapped ? 1 : 0);
+      expect_same_layout(begin ? text : text_without_empty, t.read_binary(bytes));
+    }
   }
-}
 
-TEST(BinaryWriter, WithoutBeginRecordsOnlyEmptyNetsAreLost) {
-  round_trip t;
-  const circuit_layout::raw text = t.read_text(full_text);
-  binary_write_options o;
-  o.begin_records = false;
-  for (bool swapped : {false, true}) {
-    o.swapped = swapped;
-    const circuit_layout::raw bin = t.read_binary(to_binary(text, o));
-    // The empty conductor has no solid for its end record to gather.
-    std::string without = full_text;
-    without.erase(without.find("<conductor> name empty </conductor>"), 35);
-    expect_same_layout(t.read_text(without), bin);
-  }
-}
-
-TEST(BinaryWriter, DumpOfBeginRecordsReadsBackAsText) {
-  round_trip t;
-  const circuit_layout::raw text = t.read_text(full_text);
   std::string dump;
   const circuit_layout::raw bin = t.read_binary(to_binary(text), &dump);
   circuit_layout::raw again = t.read_text(dump);
@@ -122,60 +111,9 @@ TEST(BinaryWriter, DumpOfBeginRecordsReadsBackAsText) {
   // Lengths come back to the six decimals the dump prints; an upper corner is a
   // rounded corner plus a rounded edge.
   internal::layout_match printed;
-  printed.tolerance = 1.01e-6;  // a corner and an edge, each rounded
+  printed.tolerance = 1.01e-6;
   expect_same_layout(bin, again, printed);
   expect_same_layout(text, again, printed);
-}
-
-TEST(BinaryWriter, GeneratedLayoutConvertsBothWays) {
-  generator_params p;
-  p.kind = layout_kind::mixed;
-  p.blocks = 600;
-  p.layers = 3;
-  p.polygon_share = 0.3;
-  p.incline_share = 0.2;
-  p.media = true;
-  p.seed = 7;
-  round_trip t;
-  const circuit_layout::raw text = t.read_text(generate_text(p));
-  ASSERT_GT(text.wire_blocks.size(), 600u);
-  for (bool begin : {true, false}) {
-    binary_write_options o;
-    o.begin_records = begin;
-    std::string dump;
-    const circuit_layout::raw bin = t.read_binary(to_binary(text, o), begin ? &dump : nullptr);
-    SCOPED_TRACE(begin ? "begin records" : "end records only");
-    // Side tans of dielectric blocks have no place in the binary form.
-    internal::layout_match match;
-    match.medium_side_tans = false;
-    expect_same_layout(text, bin, match);
-    if (begin) {
-      circuit_layout::raw again = t.read_text(dump);
-      again.boundary = bin.boundary;
-      match.tolerance = 1.01e-6;  // the dump prints six decimals
-      expect_same_layout(text, again, match);
-    }
-  }
-}
-
-TEST(BinaryWriter, GeneratorWritesBinaryAsItsTextReads) {
-  generator_params p;
-  p.kind = layout_kind::crossing;
-  p.blocks = 300;
-  p.polygon_share = 0.2;
-  p.incline_share = 0.2;
-  p.media = true;
-  round_trip t;
-  const generated_layout g = generate_layout(p);
-  const std::string path = t.path("generated.bin");
-  build_options b;
-  b.incline_slices = 3;  // as read_text reads
-  write_binary_file(g, path, b);
-  std::stringstream bytes;
-  bytes << std::ifstream(path, std::ios::binary).rdbuf();
-  internal::layout_match match;
-  match.medium_side_tans = false;
-  expect_same_layout(t.read_text(to_text(g)), t.read_binary(bytes.str()), match);
 }
 
 TEST(BinaryWriter, CylindersBecomeTheReadersEqualAreaSquares) {
@@ -193,16 +131,29 @@ TEST(BinaryWriter, CylindersBecomeTheReadersEqualAreaSquares) {
   expect_same_layout(t.read_text(text, true), t.read_binary(out.text));
 }
 
-TEST(BinaryWriter, SummaryCountsRecordsAndBytesAndNotesAreSkipped) {
+TEST(BinaryWriter, SummaryNotesAndWhatIsLeftOut) {
   round_trip t;
-  circuit_layout::raw raw;
-  raw.wire_nets.emplace_back("n", false);
+  circuit_layout::raw raw;  // boundary 0: no window was ever read
+  raw.seed = 99;
   binary_write_options o;
-  o.note = "written by a test";
   o.parameters = false;
+  // Nothing but the header: a reader finds no record and keeps its values.
+  const std::string p = t.path("bin");
+  std::ofstream(p, std::ios::binary) << to_binary(raw, o);
+  circuit_layout::raw target;
+  target.boundary = 7;
+  target.seed = 5;
+  target.window_name = "mine";
+  EXPECT_FALSE(Cap3dParser(target, 1, true, false).parse(p, ""));
+  EXPECT_EQ(target.boundary, 7);
+  EXPECT_EQ(target.seed, 5);
+  EXPECT_EQ(target.window_name, "mine");
+
+  // Header, the note, a begin and an end record.
+  raw.wire_nets.emplace_back("n", false);
+  o.note = "written by a test";
   sea::string_writer out;
   const binary_write_summary s = write_binary(raw, out, o);
-  // Header, the note, a begin and an end record; no window, layer or task.
   EXPECT_EQ(s.records, 3u);
   EXPECT_EQ(s.bytes, out.text.size());
   EXPECT_EQ(out.text.size(), 13u + (3 + o.note.size()) + 2 * (3 + 1 + 1));
@@ -210,28 +161,6 @@ TEST(BinaryWriter, SummaryCountsRecordsAndBytesAndNotesAreSkipped) {
   const circuit_layout::raw back = t.read_binary(out.text);
   ASSERT_EQ(back.wire_nets.size(), 1u);
   EXPECT_EQ(back.wire_nets[0].name, "n");
-}
-
-TEST(BinaryWriter, NoWindowAndNoParametersLeaveTheReadersValues) {
-  round_trip t;
-  circuit_layout::raw raw;  // boundary 0: no window was ever read
-  raw.seed = 99;
-  binary_write_options o;
-  o.parameters = false;
-  const std::string bytes = to_binary(raw, o);
-  const std::string p = t.path("bin");
-  std::ofstream(p, std::ios::binary) << bytes;
-  circuit_layout::raw target;
-  target.boundary = 7;
-  target.seed = 5;
-  target.window_name = "mine";
-  Cap3dParser parser(target, 1, true, false);
-  // Nothing but the header: the reader finds no record at all.
-  EXPECT_EQ(bytes.size(), 13u);
-  EXPECT_FALSE(parser.parse(p, ""));
-  EXPECT_EQ(target.boundary, 7);
-  EXPECT_EQ(target.seed, 5);
-  EXPECT_EQ(target.window_name, "mine");
 }
 
 TEST(BinaryWriter, LayerStoresAreMappedOntoRecords) {
@@ -255,29 +184,9 @@ TEST(BinaryWriter, LayerStoresAreMappedOntoRecords) {
   EXPECT_EQ(fewer.layer_wmins[2].value, -1.0);
 }
 
-TEST(BinaryWriter, OverlongNamesAreRefusedBeforeAnythingIsWritten) {
-  testing::log_capture log;
-  circuit_layout::raw raw;
-  raw.wire_nets.emplace_back(std::string(1023, 'n'), false);
-  EXPECT_NO_THROW(to_binary(raw));
-
-  raw.capacitance_tasks.insert(std::string(1024, 't'));
-  sea::string_writer out;
-  EXPECT_THROW(write_binary(raw, out), sea::fatal_error);
-  EXPECT_EQ(out.text, "");
-  EXPECT_EQ(log.error(), "ERROR: (Binary) name too long for a binary cap3d file: " + std::string(64, 't') + "\n");
-
-  circuit_layout::raw files;
-  files.log_file = std::string(127, 'l');
-  EXPECT_NO_THROW(to_binary(files));
-  files.out_file = std::string(128, 'o');
-  EXPECT_THROW(to_binary(files), sea::fatal_error);
-  binary_write_options o;
-  o.parameters = false;  // then the file names do not matter
-  EXPECT_NO_THROW(to_binary(files, o));
-}
-
-TEST(BinaryWriter, LongestNamesAndFileNamesReadBack) {
+// Names of 1023 bytes and file names of 127 are written and read back; one
+// byte more is refused before anything is written.
+TEST(BinaryWriter, NameLimits) {
   round_trip t;
   circuit_layout::raw raw;
   raw.log_file = std::string(127, 'l');
@@ -292,6 +201,18 @@ TEST(BinaryWriter, LongestNamesAndFileNamesReadBack) {
   ASSERT_EQ(back.wire_nets.size(), 1u);
   EXPECT_EQ(back.wire_nets[0].name, raw.wire_nets[0].name);
   EXPECT_TRUE(back.wire_nets[0].floating);
+
+  raw.out_file = std::string(128, 'o');
+  EXPECT_THROW(to_binary(raw), sea::fatal_error);
+  binary_write_options o;
+  o.parameters = false;  // then the file names do not matter
+  EXPECT_NO_THROW(to_binary(raw, o));
+  raw.capacitance_tasks.insert(std::string(1024, 't'));
+  sea::string_writer out;
+  t.log.clear();
+  EXPECT_THROW(write_binary(raw, out, o), sea::fatal_error);
+  EXPECT_EQ(out.text, "");
+  EXPECT_EQ(t.log.error(), "ERROR: (Binary) name too long for a binary cap3d file: " + std::string(64, 't') + "\n");
 }
 
 TEST(BinaryWriter, FileWritingAndConversion) {
@@ -302,7 +223,7 @@ TEST(BinaryWriter, FileWritingAndConversion) {
   ASSERT_TRUE(convert_text_to_binary(text_path, bin_path, {}, 3));  // the slices of read_text
   std::stringstream bytes;
   bytes << std::ifstream(bin_path, std::ios::binary).rdbuf();
-  expect_same_layout(t.read_text(full_text), t.read_binary(bytes.str()));
+  EXPECT_EQ(bytes.str(), to_binary(t.read_text(full_text)));
 
   // A text that can't be read writes nothing.
   const std::string bad_path = t.path("bad");

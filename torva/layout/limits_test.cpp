@@ -2,12 +2,10 @@
 // just beyond them. These are promises to users: change them only on purpose.
 #include <gtest/gtest.h>
 
-#include <cstdint>
-#include <cstring>
 #include <string>
-#include <vector>
 
 #include "torva/layout/cap3d_parser.h"
+#include "torva/layout/internal/binary_test_support.h"
 #include "torva/layout/internal/parse_fixture.h"
 
 namespace torva {
@@ -66,33 +64,12 @@ TEST(TextLimits, APolygonOfAThousandVerticesIsDecomposed) {
 }
 
 // Binary records: a two-byte signed length, so at most 32767 bytes each.
-std::string binary_file(const std::vector<std::string>& records) {
-  std::string file = Cap3dParser::BIN_FLAG;
-  file.push_back('\0');
-  for (const std::string& r : records) file += r;
-  return file;
-}
-
-std::string record(std::uint8_t type, std::size_t payload, char fill = 'x') {
-  const std::size_t length = payload + 3;
-  std::string r(2, '\0');
-  const std::uint16_t l = static_cast<std::uint16_t>(length);
-  std::memcpy(r.data(), &l, 2);
-  r.push_back(static_cast<char>(type));
-  r.append(payload, fill);
-  return r;
-}
-
-TEST(BinaryLimits, TheLargestRecordIsAccepted) {
+TEST(BinaryLimits, TheLargestRecordIsAcceptedOneMoreIsRefused) {
   internal::parse_fixture f;
-  EXPECT_TRUE(f.parse(binary_file({record(0, 32767 - 3), record(0, 0)})));
+  EXPECT_TRUE(f.parse(internal::binary_bytes().record(0, std::string(32767 - 3, 'x')).record(0, "").data));
   EXPECT_EQ(f.log.error(), "");
-}
-
-TEST(BinaryLimits, ALengthBeyondTheSignedRangeIsRefused) {
-  internal::parse_fixture f;
   // 32768 reads as a negative length: the file is refused, nothing read beyond.
-  EXPECT_FALSE(f.parse(binary_file({record(0, 32768 - 3)})));
+  EXPECT_FALSE(f.parse(internal::binary_bytes().record(0, std::string(32768 - 3, 'x')).data));
   EXPECT_TRUE(f.raw.wire_nets.empty());
 }
 

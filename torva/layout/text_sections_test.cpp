@@ -1,9 +1,12 @@
-// The sections with plain keys: window, parameter, layer, task, plate medium.
+// The sections with plain keys: window, parameter, layer, task, plate medium;
+// and the syntax errors of every section's keys.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdlib>
+#include <map>
 #include <string>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "torva/layout/cap3d_parser.h"
@@ -29,7 +32,6 @@ TEST(Window, NameCornersAndBoundary) {
   EXPECT_EQ(f.raw.boundary, 1);
   expect_point(f.raw.window.lower, 0, 0, 0);
   expect_point(f.raw.window.upper, 10, 10, 10);
-
   // an empty window is neumann and zero; the corners are not ordered
   ASSERT_TRUE(f.parse(root("<window> </window>")));
   EXPECT_EQ(f.raw.boundary, 2);
@@ -38,6 +40,10 @@ TEST(Window, NameCornersAndBoundary) {
   EXPECT_EQ(f.raw.boundary, 2);
   expect_point(f.raw.window.lower, 5, -6, 7.5);
   expect_point(f.raw.window.upper, 1, 2, 3);
+  // a value that is a keyword is taken as a value
+  ASSERT_TRUE(f.parse(root("<window> name dirichlet </window>")));
+  EXPECT_EQ(f.raw.window_name, "dirichlet");
+  EXPECT_EQ(f.raw.boundary, 2);
 }
 
 TEST(Window, ErrorKeepsTheOldBoxButNotNameOrBoundary) {
@@ -48,13 +54,6 @@ TEST(Window, ErrorKeepsTheOldBoxButNotNameOrBoundary) {
   EXPECT_EQ(f.raw.window_name, "new");
   EXPECT_EQ(f.raw.boundary, 2);
   expect_point(f.raw.window.upper, 1, 1, 1);
-}
-
-TEST(Window, AValueThatIsAKeywordIsTakenAsAValue) {
-  parse_fixture f;
-  ASSERT_TRUE(f.parse(root("<window> name dirichlet </window>")));
-  EXPECT_EQ(f.raw.window_name, "dirichlet");
-  EXPECT_EQ(f.raw.boundary, 2);
 }
 
 TEST(Parameter, EveryKeyLandsInItsField) {
@@ -80,7 +79,7 @@ TEST(Parameter, EveryKeyLandsInItsField) {
   EXPECT_EQ(r.outmincap, 1e-18);
 }
 
-TEST(Parameter, KeysLeftOutKeepTheClientsValuesAndTheLastValueWins) {
+TEST(Parameter, KeysLeftOutStayTheLastValueWinsAndBadNumbersAreSilent) {
   parse_fixture f;
   f.raw.seed = 99;
   f.raw.spice = 1;
@@ -88,10 +87,7 @@ TEST(Parameter, KeysLeftOutKeepTheClientsValuesAndTheLastValueWins) {
   EXPECT_EQ(f.raw.seed, 99);
   EXPECT_EQ(f.raw.thread_num, 5);
   EXPECT_EQ(f.raw.spice, 0);
-}
-
-TEST(Parameter, BadNumbersAreSilentlyZeroOrTruncated) {
-  parse_fixture f;
+  // numbers are zero or truncated without a word
   ASSERT_TRUE(f.parse(root("<parameter> thread-num 4.7 seed abc c-ratio 2.5x self-precision -x </parameter>")));
   EXPECT_EQ(f.raw.thread_num, 4);
   EXPECT_EQ(f.raw.seed, 0);
@@ -100,87 +96,42 @@ TEST(Parameter, BadNumbersAreSilentlyZeroOrTruncated) {
   EXPECT_EQ(f.log.error(), "");
 }
 
-TEST(Parameter, SpiceMustBeOnOrOffAndTheValueIsReported) {
+TEST(Parameter, SpiceMustBeOnOrOffAndWhatCameBeforeStays) {
   parse_fixture f;
   f.raw.seed = 1;
   EXPECT_FALSE(f.parse(root("<parameter> seed 3 spice maybe seed 4 </parameter>")));
   EXPECT_EQ(f.log.error(), "ERROR: (Syntax) \"maybe\".\n");
-  EXPECT_EQ(f.raw.seed, 3);  // what came before the error stays
+  EXPECT_EQ(f.raw.seed, 3);
 }
 
-TEST(Parameter, UnknownKeyAndMissingValue) {
+TEST(Layer, TypeWminAndIdWithMinusOneForNoneAndTheFirstComerStaying) {
   parse_fixture f;
-  EXPECT_FALSE(f.parse(root("<parameter> threads 4 </parameter>")));
-  EXPECT_EQ(f.log.error(), "ERROR: (Syntax) \"threads\".\n");
-  f.log.clear();
-  // the closing tag becomes the value, and the list runs out
-  EXPECT_FALSE(f.parse("<cap3d> <parameter> log-file </parameter>\n"));
-  EXPECT_EQ(f.log.error(), "ERROR: (Syntax) \"</parameter>\".\n");
-}
-
-TEST(Layer, StoresTypeWminAndId) {
-  parse_fixture f;
-  ASSERT_TRUE(f.parse(root("<layer> name M1 type interconnect wmin 0.1 flat MIN thickness 2 id 3 </layer>")));
-  EXPECT_EQ(f.raw.layer_types.at("M1"), "interconnect");
-  ASSERT_EQ(f.raw.layer_wmins.size(), 1u);
-  EXPECT_EQ(f.raw.layer_wmins[0].value, 0.1);
-  EXPECT_EQ(f.raw.layer_names.at(3), "M1");
-}
-
-TEST(Layer, MinusOneMarksNoWminAndNoId) {
-  parse_fixture f;
-  ASSERT_TRUE(f.parse(root("<layer> name M1 type interconnect wmin -1 </layer>\n"
+  ASSERT_TRUE(f.parse(root("<layer> name M1 type interconnect wmin 0.1 flat MIN thickness 2 id 3 </layer>\n"
+                           "<layer> name M1 type via wmin 0.2 id 2 </layer>\n"  // the first type of a name stays
+                           "<layer> name M9 type via id 3 </layer>\n"           // the first name of an id stays
+                           "<layer> name N1 type interconnect wmin -1 </layer>\n"
                            "<layer> name V1 type via id -1 </layer>\n"
-                           "<layer> name M2 type interconnect wmin 0 </layer>")));
-  ASSERT_EQ(f.raw.layer_wmins.size(), 1u);
-  EXPECT_EQ(f.raw.layer_wmins[0].value, 0.0);
-  EXPECT_TRUE(f.raw.layer_names.empty());
-  EXPECT_EQ(f.raw.layer_types.size(), 3u);
-}
-
-TEST(Layer, FirstTypeOfANameAndFirstNameOfAnIdStay) {
-  parse_fixture f;
-  ASSERT_TRUE(f.parse(root("<layer> name M1 type interconnect wmin 0.1 id 1 </layer>\n"
-                           "<layer> name M1 type via wmin 0.2 id 2 </layer>\n"
-                           "<layer> name M9 type via id 1 </layer>")));
-  EXPECT_EQ(f.raw.layer_types.at("M1"), "interconnect");
-  ASSERT_EQ(f.raw.layer_wmins.size(), 2u);
+                           "<layer> name M2 type interconnect wmin 0 </layer>\n"
+                           "<layer> name big type via id 65537 </layer>")));  // the id is cut to a short
+  EXPECT_EQ(f.raw.layer_types,
+            (std::unordered_map<std::string, std::string>{{"M1", "interconnect"}, {"M9", "via"}, {"N1", "interconnect"},
+                                                          {"V1", "via"}, {"M2", "interconnect"}, {"big", "via"}}));
+  ASSERT_EQ(f.raw.layer_wmins.size(), 3u);
+  EXPECT_EQ(f.raw.layer_wmins[0].value, 0.1);
   EXPECT_EQ(f.raw.layer_wmins[1].value, 0.2);
-  EXPECT_EQ(f.raw.layer_names.at(1), "M1");
-  EXPECT_EQ(f.raw.layer_names.at(2), "M1");
+  EXPECT_EQ(f.raw.layer_wmins[2].value, 0.0);
+  EXPECT_EQ(f.raw.layer_names, (std::map<short, std::string>{{1, "big"}, {2, "M1"}, {3, "M1"}}));
 }
 
-TEST(Layer, NameAndTypeAreRequired) {
-  for (const char* body : {"<layer> name M1 wmin 0.5 id 4 </layer>", "<layer> type via id 4 </layer>"}) {
-    parse_fixture f;
-    EXPECT_FALSE(f.parse(root(body))) << body;
-    EXPECT_EQ(f.log.error(), "ERROR: (Syntax) \"</layer>\".\n");
-    EXPECT_TRUE(f.raw.layer_types.empty());
-    EXPECT_TRUE(f.raw.layer_wmins.empty());
-    EXPECT_TRUE(f.raw.layer_names.empty());
-  }
-}
-
-TEST(Layer, IdIsCutToAShort) {
-  parse_fixture f;
-  ASSERT_TRUE(f.parse(root("<layer> name big type via id 65537 </layer>")));
-  EXPECT_EQ(f.raw.layer_names.at(1), "big");
-}
-
-TEST(Task, CapacitanceElementsAddToOneSet) {
+TEST(Task, CapacitanceElementsAddToOneSetOfOneNameEach) {
   parse_fixture f;
   ASSERT_TRUE(f.parse(root("<task> <capacitance> net1 </capacitance> <capacitance> net2 </capacitance> </task>\n"
                            "<task> <capacitance> net1 </capacitance> </task> <task> </task>")));
   EXPECT_EQ(f.raw.capacitance_tasks, (std::unordered_set<std::string>{"net1", "net2"}));
-}
-
-TEST(Task, AnElementHoldsExactlyOneName) {
-  parse_fixture f;
+  // a second name fails without a line, the first already stored
   EXPECT_FALSE(f.parse(root("<task> <capacitance> a b </capacitance> </task>")));
   EXPECT_EQ(f.log.error(), "");
-  EXPECT_EQ(f.raw.capacitance_tasks.count("a"), 1u);  // already stored
-  EXPECT_FALSE(f.parse(root("<task> net </task>")));
-  EXPECT_EQ(f.log.error(), "ERROR: (Syntax) \"net\".\n");
+  EXPECT_EQ(f.raw.capacitance_tasks.count("a"), 1u);
 }
 
 TEST(PlateMedium, AlsoStandsAsAnEmptyBody) {
@@ -199,13 +150,6 @@ TEST(PlateMedium, AlsoStandsAsAnEmptyBody) {
   EXPECT_TRUE(f.raw.medium_nets[0].blocks.empty());
 }
 
-TEST(PlateMedium, UnknownKey) {
-  parse_fixture f;
-  EXPECT_FALSE(f.parse(root("<plate_medium> name ox thickness 2 </plate_medium>")));
-  EXPECT_EQ(f.log.error(), "ERROR: (Syntax) \"thickness\".\n");
-  EXPECT_TRUE(f.raw.plate_mediums.empty());
-}
-
 TEST(Sections, MayStandInsideAConductorAndInAnyOrder) {
   parse_fixture f;
   ASSERT_TRUE(f.parse(root("<task> </task> <conductor> name c <window> name w </window> </conductor>\n"
@@ -213,6 +157,35 @@ TEST(Sections, MayStandInsideAConductorAndInAnyOrder) {
   EXPECT_EQ(f.raw.window_name, "w");
   EXPECT_EQ(f.raw.wire_nets.at(0).name, "c");
   EXPECT_EQ(f.raw.seed, 5);
+}
+
+// A key a section does not know, or one of another section's, is a syntax
+// error on that word; nothing of the section is stored.
+TEST(Sections, BadKeysAreSyntaxErrorsOnTheWord) {
+  const std::pair<std::string, std::string> cases[] = {
+      {root("<parameter> threads 4 </parameter>"), "threads"},
+      {"<cap3d> <parameter> log-file </parameter>\n", "</parameter>"},  // the tag became the value
+      {root("<plate_medium> name ox thickness 2 </plate_medium>"), "thickness"},
+      {root("<layer> name M1 wmin 0.5 id 4 </layer>"), "</layer>"},  // name and type are required
+      {root("<layer> type via id 4 </layer>"), "</layer>"},
+      {root("<task> net </task>"), "net"},
+      {root("<medium> <block> rho 1 </block> </medium>"), "rho"},  // conductor-only keys
+      {root("<medium> <block> radius 1 </block> </medium>"), "radius"},
+      {root("<medium> <block> height 1 </block> </medium>"), "height"},
+      {root("<medium> <poly> rho 2 </poly> </medium>"), "rho"},
+      {root("<conductor> <block> width 1 </block> </conductor>"), "width"},
+      {root("<conductor> <block> <coord> 1 2 </coord> </block> </conductor>"), "<coord>"},
+      {root("<conductor> <poly> <coord> 0,0 1 </coord> </poly> </conductor>"), "</coord>"},  // an odd count
+      {root("<conductor> <poly> radius 2 </poly> </conductor>"), "radius"},
+  };
+  for (const auto& [text, word] : cases) {
+    SCOPED_TRACE(text);
+    parse_fixture f;
+    EXPECT_FALSE(f.parse(text));
+    EXPECT_EQ(f.log.error(), "ERROR: (Syntax) \"" + word + "\".\n");
+    EXPECT_TRUE(f.raw.plate_mediums.empty() && f.raw.layer_types.empty() && f.raw.layer_wmins.empty() &&
+                f.raw.layer_names.empty() && f.raw.wire_blocks.empty() && f.raw.medium_blocks.empty());
+  }
 }
 
 TEST(Numbers, ConversionsMatchTheCLibrary) {

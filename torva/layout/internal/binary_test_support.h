@@ -1,5 +1,6 @@
-// Test support for the binary form: a builder of raw file bytes, and a
-// comparison of two layout records field by field.
+// Test support for the layout readers: a builder of raw binary file bytes,
+// checks of a box's corners, and a comparison of two layout records field by
+// field.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -73,6 +74,15 @@ struct layout_match {
   bool parameters = true;
   double tolerance = 1e-10;
 };
+
+// The corners of a box, each within a few units in the last place.
+inline void expect_box(const cuboid_t& box, double x0, double y0, double z0, double x1, double y1, double z1) {
+  const double lower[] = {x0, y0, z0}, upper[] = {x1, y1, z1};
+  for (int c = 0; c < 3; ++c) {
+    EXPECT_DOUBLE_EQ(box.lower[c].value, lower[c]) << "lower " << c;
+    EXPECT_DOUBLE_EQ(box.upper[c].value, upper[c]) << "upper " << c;
+  }
+}
 
 inline bool same_length(sea::double_wrapper a, sea::double_wrapper b, double tolerance) {
   const double d = a.value - b.value;

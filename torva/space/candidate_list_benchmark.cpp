@@ -10,18 +10,18 @@
 
 #include "torva/space/candidate_list.h"
 #include "torva/space/candidate_list_cache.h"
-#include "torva/space/internal/test_blocks.h"
+#include "torva_testing/random_layout.h"
 
 namespace {
 
 using namespace torva;
-using testing::block_store;
 using testing::box;
+using testing::p2;
 
 // A layout of n blocks scattered around the unit cube at the origin: two in
 // four cuboids, one a cylinder, one a prism cut into three slices.
 struct scene {
-  block_store store;
+  circuit_layout store;
   std::vector<const wire_block*> blocks;
 
   explicit scene(int n) {
@@ -32,17 +32,17 @@ struct scene {
       switch (i % 4) {
         case 0:
         case 1:
-          blocks.push_back(store.cuboid(box(x - a, y - b, z - c, x + a, y + b, z + c)));
+          blocks.push_back(testing::add_cuboid(store, box(x - a, y - b, z - c, x + a, y + b, z + c)));
           break;
         case 2:
-          blocks.push_back(store.cylinder(x, y, z, a, c));
+          blocks.push_back(testing::add_cylinder(store, x, y, z, a, c));
           break;
         default: {
           const double t = angle(rng);
           std::vector<point2> points;
           for (int k = 0; k < 4; ++k)
-            points.push_back(point2{{x + a * std::cos(t + k * std::numbers::pi / 2), y + a * std::sin(t + k * std::numbers::pi / 2)}});
-          blocks.push_back(testing::sliced_prism(store, points, z - c, z + c, 3));
+            points.push_back(p2(x + a * std::cos(t + k * std::numbers::pi / 2), y + a * std::sin(t + k * std::numbers::pi / 2)));
+          blocks.push_back(testing::add_prism(store, points, z - c, z + c, 3));
         }
       }
     }

@@ -9,7 +9,9 @@
 // - a named block lies at exactly that distance (or, when the answer is the
 //   "on the conductor" 0, nearer than 0.0001);
 // - with every ratio 1, where the nearest block lies within the caches' scope
-//   and the limit, the answer is that block's distance.
+//   and the limit, the answer is that block's distance;
+// - the lists it came from mark each entry as cuboid or not, with ratio 2 for
+//   the others under the double ratio.
 //
 // Adding a pair is one line in `pairs` below.
 #include <gtest/gtest.h>
@@ -20,19 +22,14 @@
 #include <memory>
 #include <random>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "torva/foundation/abstract_wrapper.h"
 #include "torva/geometry/distance.h"
 #include "torva/layout/generator.h"
-#include "torva/space/basic_space_manager.h"
 #include "torva/space/layout_fields.h"
-#include "torva/space/octree_spacemgr.h"
-#include "torva/space/simple_spacemgr.h"
 #include "torva/space/space_manager.h"
 #include "torva/space/space_manager_interface.h"
-#include "torva/space/unused_spacemgr.h"
 #include "torva_testing/log_capture.h"
 #include "torva_testing/random_layout.h"
 
@@ -54,15 +51,7 @@ void build(manager_holder& holder, const configure& config, const circuit_layout
 // tenth of it. The manager keeps the blocks of the layout itself.
 template <class Pair>
 void build_coarse(manager_holder& holder, const configure& config, const circuit_layout& layout) {
-  circuit_layout coarse;
-  coarse.data.boundary = layout.data.boundary;
-  coarse.data.window = layout.data.window;
-  coarse.data.critical_box = layout.data.critical_box;
-  coarse.data.thread_num = layout.data.thread_num;
-  coarse.blocks = layout.blocks;
-  coarse.cuboid_size = layout.cuboid_size;
-  coarse.prism_size = layout.prism_size;
-  coarse.crowding_ratio = layout.crowding_ratio;
+  circuit_layout coarse = layout;  // its blocks list still points into `layout`
   coarse.coarse_grid = true;
   coarse.space_margin = 0.005 * size_of(layout.data.window).value;
   holder.construct<Pair>().initialize(config, coarse);
@@ -97,10 +86,10 @@ struct pair_entry {
 
 // Every pair built so far.
 const pair_entry pairs[] = {
-    {"simple_simple", &build<basic_space_manager<simple_spacemgr<3>, simple_spacemgr<1>>>},
-    {"octree_octree", &build<basic_space_manager<octree_spacemgr<3>, octree_spacemgr<1>>>},
-    {"simple_none", &build<basic_space_manager<simple_spacemgr<0>, unused_spacemgr>>},
-    {"octree_none", &build<basic_space_manager<octree_spacemgr<0>, unused_spacemgr>>},
+    {"simple_simple", &build<simple_simple_manager>},
+    {"octree_octree", &build<octree_octree_manager>},
+    {"simple_none", &build<simple_none_manager>},
+    {"octree_none", &build<octree_none_manager>},
     {"hybrid_hybrid", &build<hybrid_hybrid_manager>},
     {"hybrid_none", &build<hybrid_none_manager>},
     {"hybrid_simple", &build<hybrid_simple_manager>},
@@ -111,20 +100,7 @@ const pair_entry pairs[] = {
 };
 
 enum class dominance { plain, piecewise, merged };
-
-struct mode {
-  dominance dom;
-  bool double_ratio;
-};
-
-const char* name_of(dominance d) {
-  switch (d) {
-    case dominance::plain: return "plain";
-    case dominance::piecewise: return "piecewise";
-    case dominance::merged: return "merged";
-  }
-  return "?";
-}
+const char* const dominance_names[] = {"plain", "piecewise", "merged"};
 
 struct brute_answer {
   double distance = 1e300;
@@ -200,6 +176,14 @@ struct oracle {
         EXPECT_NEAR(d, r.distance.value, eps) << at << ": the named block is not at the answered distance";
       }
     }
+    // Every list marks its entries by family; the double ratio doubles the non-cuboids.
+    for (const candidate_list_cache* c : {&first, &second})
+      for (std::size_t i = 0; fresh && c->list != nullptr && i < c->list->candidates.size(); ++i) {
+        const candidate_list::candidate& e = c->list->candidates[i];
+        const bool cuboid = e.block->shape_kind == shape_cuboid;
+        EXPECT_TRUE(e.is_cuboid == cuboid && e.ratio == (config.double_incline_ratio && !cuboid ? 2 : 1))
+            << at << ": entry " << i << " of a list is marked wrongly";
+      }
     const bool by_wall = config.use_critical_box && layout.data.boundary == 1 &&
                          !contains(layout.data.critical_box, p);
     if (by_wall) {
@@ -250,64 +234,31 @@ std::unique_ptr<circuit_layout> generated(layout_kind kind, std::uint64_t seed) 
 }
 
 std::vector<layout_case> layout_cases() {
-  std::vector<layout_case> cases;
-  auto add = [&cases](const char* name, testing::layout_recipe recipe, int max_candidates, int max_depth,
-                      double scope_ratio) {
-    configure c;
-    c.max_candidates = max_candidates;
-    c.max_depth = max_depth;
-    c.octree_scope_ratio = scope_ratio;
-    cases.push_back({name, [recipe](std::uint64_t seed) { return testing::make_random_layout(recipe, seed); }, c});
+  struct row {
+    const char* name;
+    testing::layout_recipe recipe;
+    int max_candidates, max_depth;
+    double scope_ratio;
   };
-  testing::layout_recipe sparse;
-  sparse.blocks = 30;
-  sparse.spread = 0.9;
-  add("sparse", sparse, -1, -1, 0.5);
-
-  testing::layout_recipe crowded;
-  crowded.blocks = 150;
-  crowded.spread = 0.4;
-  crowded.touching_share = 0.3;
-  add("crowded", crowded, 4, 6, 0.7);
-
-  testing::layout_recipe cuboids;
-  cuboids.blocks = 80;
-  cuboids.cylinder_share = 0;
-  cuboids.prism_share = 0;
-  cuboids.touching_share = 0.5;
-  add("cuboids_touching", cuboids, 2, 8, 0.5);
-
-  testing::layout_recipe round;
-  round.blocks = 60;
-  round.cylinder_share = 0.6;
-  round.prism_share = 0.4;
-  add("cylinders_prisms", round, 3, -1, 1.0);
-
-  testing::layout_recipe pieces;
-  pieces.blocks = 70;
-  pieces.max_pieces = 4;
-  pieces.cylinder_share = 0.2;
-  pieces.prism_share = 0.3;
-  pieces.touching_share = 0.4;
-  add("cut_pieces", pieces, 0, 5, 0.5);
-
-  testing::layout_recipe slender;
-  slender.blocks = 60;
-  slender.min_edge = 0.1;
-  slender.max_edge = 30;
-  slender.spread = 0.6;
-  add("slender_overlapping", slender, 5, 3, 0.5);
-
-  testing::layout_recipe neumann = crowded;
-  neumann.blocks = 60;
-  neumann.boundary = 2;
-  add("neumann", neumann, 1, 10, 0.6);
-
-  testing::layout_recipe corner = sparse;
-  corner.blocks = 12;
-  corner.spread = 0.2;  // all blocks in the middle: a large critical-box margin
-  add("small_middle", corner, 1, 2, 0.5);
-
+  const row rows[] = {
+      {"sparse", {.blocks = 30, .spread = 0.9}, -1, -1, 0.5},
+      {"crowded", {.blocks = 150, .touching_share = 0.3, .spread = 0.4}, 4, 6, 0.7},
+      {"cuboids_touching", {.blocks = 80, .cylinder_share = 0, .prism_share = 0, .touching_share = 0.5}, 2, 8, 0.5},
+      {"cylinders_prisms", {.blocks = 60, .cylinder_share = 0.6, .prism_share = 0.4}, 3, -1, 1.0},
+      {"cut_pieces", {.blocks = 70, .cylinder_share = 0.2, .prism_share = 0.3, .touching_share = 0.4, .max_pieces = 4}, 0, 5, 0.5},
+      {"slender_overlapping", {.blocks = 60, .min_edge = 0.1, .max_edge = 30, .spread = 0.6}, 5, 3, 0.5},
+      {"neumann", {.blocks = 60, .touching_share = 0.3, .spread = 0.4, .boundary = 2}, 1, 10, 0.6},
+      // All blocks in the middle: a large critical-box margin.
+      {"small_middle", {.blocks = 12, .spread = 0.2}, 1, 2, 0.5},
+  };
+  std::vector<layout_case> cases;
+  for (const row& r : rows) {
+    configure c;
+    c.max_candidates = r.max_candidates;
+    c.max_depth = r.max_depth;
+    c.octree_scope_ratio = r.scope_ratio;
+    cases.push_back({r.name, [recipe = r.recipe](std::uint64_t seed) { return testing::make_random_layout(recipe, seed); }, c});
+  }
   configure wires;
   wires.max_candidates = 3;
   wires.max_depth = 9;
@@ -388,7 +339,7 @@ TEST_P(NearestOracle, AnswersNeverExceedTheNearestBlockAndAreExactWithinScope) {
 
 std::string oracle_name(const ::testing::TestParamInfo<oracle_param>& info) {
   const auto [pair_index, dom, double_ratio] = info.param;
-  return std::string(pairs[pair_index].name) + "_" + name_of(dom) + (double_ratio ? "_ratio2" : "_ratio1");
+  return std::string(pairs[pair_index].name) + "_" + dominance_names[int(dom)] + (double_ratio ? "_ratio2" : "_ratio1");
 }
 
 INSTANTIATE_TEST_SUITE_P(AllPairs, NearestOracle,

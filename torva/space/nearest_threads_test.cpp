@@ -111,10 +111,7 @@ void answer_chunk(const space_manager_interface& m, const std::vector<query>& st
 template <class Pair>
 void check_threads_agree() {
   testing::log_capture log;
-  testing::layout_recipe recipe;
-  recipe.blocks = 200;
-  recipe.max_pieces = 3;
-  auto layout = testing::make_random_layout(recipe, 77);
+  auto layout = testing::make_random_layout({.blocks = 200, .max_pieces = 3}, 77);
   derive_layout_fields(*layout);
   configure config;
   config.max_candidates = 4;
@@ -162,9 +159,7 @@ TEST(NearestAllocations, QueriesAllocateNothing) {
   GTEST_SKIP() << "allocations are not counted under a sanitizer";
 #else
   testing::log_capture log;
-  testing::layout_recipe recipe;
-  recipe.blocks = 300;
-  auto layout = testing::make_random_layout(recipe, 8);
+  auto layout = testing::make_random_layout({.blocks = 300}, 8);
   derive_layout_fields(*layout);
   configure config;
   config.max_candidates = 3;

@@ -29,13 +29,22 @@ inline cuboid_t box(double x0, double y0, double z0, double x1, double y1, doubl
 }
 inline cube_t cube_at(double x, double y, double z, double half) { return cube_t{p3(x, y, z), half}; }
 
-// Appends a block to the layout's deque (where it never moves) and lists it in
-// layout.blocks, as derive_layout_fields would.
+// Appends a block to the layout's deque (where it never moves), lists it in
+// layout.blocks and counts its family, as derive_layout_fields would.
 inline const wire_block* add_block(circuit_layout& layout, const shape_t& shape) {
   auto& blocks = layout.data.wire_blocks;
   const wire_block& b = blocks.emplace_back(shape, "b" + std::to_string(blocks.size()), short(-1));
   layout.blocks.push_back(&b);
+  ++(b.shape_kind == shape_cuboid ? layout.cuboid_size : layout.prism_size);
   return &b;
+}
+
+// A Dirichlet window with the critical box equal to it.
+inline void set_window(circuit_layout& layout, const cuboid_t& window, double margin) {
+  layout.data.boundary = 1;
+  layout.data.window = window;
+  layout.data.critical_box = window;
+  layout.space_margin = margin;
 }
 
 // The shape with its piece lists replaced by what `cut` appends, when pieces > 1.

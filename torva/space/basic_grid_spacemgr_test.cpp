@@ -11,16 +11,16 @@
 #include "torva/space/base_grid_node.h"
 #include "torva/space/basic_grid_spacemgr.h"
 #include "torva/space/incline_node.h"
-#include "torva/space/internal/grid_test_layouts.h"
 #include "torva/space/octree_node.h"
 #include "torva_testing/log_capture.h"
+#include "torva_testing/random_layout.h"
 
 namespace torva {
 namespace {
 
-using grid_testing::add_cuboid;
-using grid_testing::box;
-using grid_testing::p3;
+using testing::add_cuboid;
+using testing::box;
+using testing::p3;
 
 using plain_grid = basic_grid_spacemgr<base_grid_node<5>, 20, 10>;
 using incline_grid = basic_grid_spacemgr<incline_node<1>, 20, 16>;

@@ -90,8 +90,7 @@ double brute_force(const layout_case& c, const point3& p) {
 
 // Checks one answer at p against the oracle; `within` is the smaller of the
 // limit and the scope at p. Returns an empty string when all holds.
-std::string check(const nearest_result& r, const point3& p, double truth, double within, bool reach_is_distance,
-                  bool pair = false) {
+std::string check(const nearest_result& r, const point3& p, double truth, double within, bool reach_is_distance) {
   // Never more room than there is: a point on or in a conductor is answered 0.
   if (r.distance.value > std::max(truth, 0.0) + tol)
     return "answer " + std::to_string(r.distance.value) + " beyond the true nearest " + std::to_string(truth);
@@ -101,11 +100,6 @@ std::string check(const nearest_result& r, const point3& p, double truth, double
   if (r.block != nullptr && (r.distance.value != 0.0 || r.reach.value != 0.0) && named != r.distance.value)
     return "the named block is not at the answered distance";
   if (truth < within - tol) {
-    // In a pair the first answer stands on a tie within the tolerance. Where the
-    // scope is (about) 0, on the cube's face with a scope bound of 0, the first
-    // list answers "no block, 0" and the second's "on a conductor, 0" ties with
-    // it: the room claimed is right (none), the block is not named.
-    if (pair && r.block == nullptr && truth < on_conductor && std::abs(r.distance.value) <= tol) return {};
     if (r.block == nullptr) return "no block named though the nearest lies within scope and limit";
     if (truth < on_conductor) {
       if (r.distance.value != 0.0 || r.reach.value != 0.0) return "a point on a conductor not answered 0";
@@ -156,11 +150,9 @@ const int trials = [] {
 }();
 constexpr int points_per_trial = 24;
 
-// One list of every block, filled by try_add or by add behind the bound gate;
-// and a cuboid list with a list of the other solids, each offered every block,
-// as a pair of strategies holds them: the second is asked with the first
-// answer as its limit and the nearer answer wins.
-TEST(CandidateListExactness, ListsOfEveryBlockAloneAndInPairsAgreeWithBruteForce) {
+// One list of every block, filled by try_add or by add behind the bound gate.
+// Pairs of lists are held to brute force by nearest_oracle_test.cpp.
+TEST(CandidateListExactness, ListsOfEveryBlockAgreeWithBruteForce) {
   for (const mode& m : modes) {
     const configure config = config_of(m);
     int failures = 0;
@@ -171,8 +163,6 @@ TEST(CandidateListExactness, ListsOfEveryBlockAloneAndInPairsAgreeWithBruteForce
       std::shuffle(order.begin(), order.end(), std::mt19937_64(trial));
       const candidate_list lists[] = {build(c, config, spacemgr_all, fill_by::try_add, order),
                                       build(c, config, spacemgr_all, fill_by::gated_add, order)};
-      const candidate_list cuboids = build(c, config, spacemgr_cuboid, fill_by::try_add, c.blocks);
-      const candidate_list others = build(c, config, spacemgr_incline, fill_by::try_add, c.blocks);
       for (const candidate_list& list : lists) ASSERT_EQ(list.candidates.capacity(), list.candidates.size());
       for (int k = 0; k < points_per_trial; ++k) {
         const point3 p = c.point_in();
@@ -187,20 +177,6 @@ TEST(CandidateListExactness, ListsOfEveryBlockAloneAndInPairsAgreeWithBruteForce
           why = check(cache.nearest(p, limit), p, truth, within, !m.double_ratio);
           if (!why.empty()) why = (l == 0 ? "(try_add) " : "(add) ") + why;
         }
-        candidate_list_cache first, second;
-        first.list = &cuboids;
-        second.list = &others;
-        const double scope = first.get_scope(p).value;
-        second.get_scope(p);
-        nearest_result r = first.nearest(p, limit);
-        const nearest_result r2 = second.nearest(p, r.distance);
-        if (r.distance - tol > r2.distance) {
-          const double old = r.distance.value;
-          r.block = r2.block;
-          r.distance = r2.distance;
-          r.reach = r2.reach.value < old - tol ? r2.reach.value : old;
-        }
-        if (why.empty() && !(why = check(r, p, truth, std::min(limit, scope), false, true)).empty()) why = "(pair) " + why;
         if (!why.empty()) {
           ++failures;
           ADD_FAILURE() << m.name << ", trial " << trial << ", point " << k << ": " << why;

@@ -1,11 +1,10 @@
-// The candidate list at its edges: the tolerance of its gates, the bound, the
-// kinds, and each dominance mode on hand-made cases. Random layouts against a
+// The candidate list at its edges: the tolerance of its gates, the bound, and
+// each dominance mode on hand-made cases. Random layouts against a
 // brute-force scan are in candidate_list_exactness_test.cpp.
 #include "torva/space/candidate_list.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -40,10 +39,6 @@ candidate raw_candidate(const wire_block* block, double distance, bool is_cuboid
   c.is_cuboid = is_cuboid;
   c.ratio = ratio;
   return c;
-}
-
-bool holds(const candidate_list& list, const wire_block* b) {
-  return std::any_of(list.candidates.begin(), list.candidates.end(), [b](const candidate& c) { return c.block == b; });
 }
 
 TEST(CandidateListSetup, CompleteSortsWithNotANumberLastAndKeepsNoSpareStorage) {
@@ -156,71 +151,6 @@ TEST(CandidateListBound, DeepEntriesSkipTheScanAndDominanceButFallByTheBound) {
   EXPECT_EQ(list.candidates[0].distance.value, -2.5);
   EXPECT_EQ(list.candidates[1].block, wider);
   EXPECT_EQ(list.candidates[2].distance.value, -0.5 - 2e-10);
-}
-
-TEST(CandidateListBound, TryAddRefusesDuplicatesAndShadowedNewcomersAndEvictsWhatItShadows) {
-  circuit_layout store;
-  candidate_list list = make_list(spacemgr_all, 10.0);
-  const wire_block* east = add_cuboid(store, box(3, -1, -1, 4, 1, 1));
-  const wire_block* behind = add_cuboid(store, box(-1, 3, -1, 1, 4, 1));
-  const wire_block* wall = add_cuboid(store, box(-1, 2, -1, 1, 2.5, 1));
-  const wire_block* shadowed = add_cuboid(store, box(-1, 3.5, -1, 1, 4.5, 1));  // within the bound
-  for (const wire_block* b : {east, behind}) ASSERT_TRUE(list.try_add(candidate_for(list, b)));
-  EXPECT_TRUE(list.try_add(candidate_for(list, wall)));  // shadows `behind`, which goes
-  EXPECT_FALSE(list.try_add(candidate_for(list, wall)));
-  EXPECT_FALSE(list.try_add(candidate_for(list, shadowed)));
-  ASSERT_EQ(list.candidates.size(), 2u);
-  EXPECT_TRUE(holds(list, east) && holds(list, wall));
-  EXPECT_EQ(list.bound.value, 3.0);
-}
-
-// A list of one family still tightens its bound by, and evicts by, a block of
-// the other family that it does not store.
-TEST(CandidateListKinds, AFamilyListTightensAndEvictsByTheOtherFamily) {
-  circuit_layout store;
-  struct row {
-    std::int64_t kind;
-    const wire_block* stored;
-    const wire_block* other;
-    double bound;
-  } rows[] = {
-      {spacemgr_cuboid, add_cuboid(store, box(2.8, -1, -1, 3.5, 1, 1)), add_cylinder(store, 2, 0, 0, 1, 1), 2.0},
-      {spacemgr_incline, add_cylinder(store, 3.3, 0, 0, 0.5, 1), add_cuboid(store, box(1.29, -0.7, -1, 2.7, 0.7, 1)), 2.29},
-  };
-  for (const row& r : rows) {
-    SCOPED_TRACE(r.kind);
-    candidate_list list = make_list(r.kind, 10.0);
-    ASSERT_TRUE(list.try_add(candidate_for(list, r.stored)));
-    ASSERT_EQ(list.candidates.size(), 1u);
-    EXPECT_TRUE(list.try_add(candidate_for(list, r.other)));
-    EXPECT_TRUE(list.candidates.empty());
-    EXPECT_DOUBLE_EQ(list.bound.value, r.bound);
-  }
-  // ... and refuses a newcomer of the other family that a stored block shadows.
-  candidate_list list = make_list(spacemgr_cuboid, 10.0);
-  ASSERT_TRUE(list.try_add(candidate_for(list, add_cuboid(store, box(-2, -2, 1.5, 2, 2, 2)))));
-  EXPECT_FALSE(list.try_add(candidate_for(list, add_cylinder(store, 0, 0, 3, 1, 0.5))));
-  EXPECT_EQ(list.candidates.size(), 1u);
-}
-
-TEST(CandidateListKinds, UnfilteredKindsKeepTheBoundAndStoreDuplicates) {
-  circuit_layout store;
-  const wire_block* cylinder = add_cylinder(store, 3, 0, 0, 1, 1);
-  const wire_block* wall = add_cuboid(store, box(-1, 1.5, -1, 1, 2, 1));
-  const wire_block* behind = add_cuboid(store, box(-1, 3, -1, 1, 4, 1));
-
-  candidate_list all = make_list(spacemgr_all_nd, 10.0);
-  for (const wire_block* b : {wall, behind, behind, cylinder}) EXPECT_TRUE(all.try_add(candidate_for(all, b)));
-  EXPECT_EQ(all.bound.value, 10.0);
-  EXPECT_EQ(all.candidates.size(), 4u);
-
-  candidate_list incline = make_list(spacemgr_incline_nd, 10.0);
-  for (const wire_block* b : {wall, cylinder, cylinder}) EXPECT_TRUE(incline.try_add(candidate_for(incline, b)));
-  EXPECT_EQ(incline.bound.value, 10.0);
-  ASSERT_EQ(incline.candidates.size(), 2u);
-  EXPECT_EQ(incline.candidates[0].block, cylinder);
-  EXPECT_EQ(incline.candidates[1].block, cylinder);
-  EXPECT_FALSE(incline.try_add(raw_candidate(cylinder, 10.0, false)));  // still gated by the bound
 }
 
 TEST(CandidateListDominance, BoxTestNeedsTheDominatorTwiceAsCloseWithRatioTwo) {

@@ -8,16 +8,16 @@
 #include "torva/geometry/distance.h"
 #include "torva/space/base_grid_node.h"
 #include "torva/space/incline_node.h"
-#include "torva/space/internal/grid_test_layouts.h"
 #include "torva/space/thresholder.h"
+#include "torva_testing/random_layout.h"
 
 namespace torva {
 namespace {
 
-using grid_testing::add_cuboid;
-using grid_testing::add_cylinder;
-using grid_testing::box;
-using grid_testing::p3;
+using testing::add_cuboid;
+using testing::add_cylinder;
+using testing::box;
+using testing::p3;
 
 // The unit cell centred at the origin (half 0.5) with the given scope.
 template <class Node>

@@ -10,17 +10,17 @@
 #include "torva/space/base_grid_node.h"
 #include "torva/space/basic_grid_spacemgr.h"
 #include "torva/space/incline_node.h"
-#include "torva/space/internal/grid_test_layouts.h"
 #include "torva/space/octree_node.h"
 #include "torva_testing/log_capture.h"
+#include "torva_testing/random_layout.h"
 
 namespace torva {
 namespace {
 
-using grid_testing::add_cuboid;
-using grid_testing::add_cylinder;
-using grid_testing::add_prism;
-using grid_testing::box;
+using testing::add_cuboid;
+using testing::add_cylinder;
+using testing::add_prism;
+using testing::box;
 
 // How much the compared grids hold: candidates, tree nodes below the cells,
 // and halvings of flat cells; a comparison of empty grids proves nothing.

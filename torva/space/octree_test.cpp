@@ -167,23 +167,5 @@ TEST(OctreeNode, LocateSendsPointsOnADividingPlaneUpward) {
   EXPECT_EQ(tree.root.locate(p3(-100, 100, -100)), &kids[2].list);
 }
 
-TEST(OctreeNode, DescentReachesTheLeafWhoseCubeHoldsThePoint) {
-  auto layout = make_random_layout({.blocks = 200, .spread = 0.5}, 9);
-  configure config;
-  config.max_candidates = 2;
-  config.max_depth = 8;
-  octree_spacemgr<0> tree;
-  tree.initialize(config, layout->data.window, *layout);
-  std::mt19937_64 rng(3);
-  std::uniform_real_distribution<double> unit(0, 100);
-  for (int i = 0; i < 2000; ++i) {
-    const point3 p = p3(unit(rng), unit(rng), unit(rng));
-    const candidate_list* l = tree.find_list(p);
-    for (int axis = 0; axis < 3; ++axis)
-      EXPECT_LE(std::fabs(p[axis].value - l->cube.center[axis].value), l->cube.half.value + 1e-9);
-  }
-  EXPECT_GE(deepest(tree.root), 3);
-}
-
 }  // namespace
 }  // namespace torva

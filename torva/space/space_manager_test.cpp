@@ -7,21 +7,21 @@
 #include <string>
 
 #include "torva/foundation/configure.h"
-#include "torva/space/internal/grid_test_layouts.h"
 #include "torva/space/space_manager.h"
 #include "torva_testing/log_capture.h"
+#include "torva_testing/random_layout.h"
 
 namespace torva {
 namespace {
 
-using grid_testing::add_cuboid;
-using grid_testing::add_cylinder;
-using grid_testing::box;
+using testing::add_cuboid;
+using testing::add_cylinder;
+using testing::box;
 
 // A row of n unit cuboids along x, one apart, in a window around them.
 void row_of_cuboids(circuit_layout& layout, int n) {
   for (int i = 0; i < n; ++i) add_cuboid(layout, box(2.0 * i, 0, 0, 2.0 * i + 1, 1, 1));
-  grid_testing::set_window(layout, box(-1, -1, -1, 2.0 * n, 2, 2), 0.01);
+  testing::set_window(layout, box(-1, -1, -1, 2.0 * n, 2, 2), 0.01);
 }
 
 template <class Pair>

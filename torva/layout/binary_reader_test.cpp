@@ -313,6 +313,33 @@ TEST(BinaryRecords, TaskTakesAnyNameAndDumpsOnlyANonEmptyOne) {
 
 // ---------------------------------------------------------------- nets
 
+TEST(BinaryNets, BeginRecordFilesBlocksAtOnce) {
+  circuit_layout::raw raw;
+  Cap3dParser parser(raw, 1, false, false);  // the binary floating byte counts all the same
+  auto feed = [&](unsigned type, const std::string& body) {
+    const std::string record = char(type) + body;
+    return parser.parseBinRecord(record.data(), static_cast<short>(record.size() + 2));
+  };
+  ASSERT_TRUE(feed(8, mark_payload(3, "vdd")));
+  ASSERT_TRUE(feed(10, block_payload(0, 0, 0, 1, 1, 1, -1, "a@M1")));
+  // Filed before the end record is read.
+  ASSERT_EQ(raw.wire_nets.size(), 1u);
+  ASSERT_EQ(raw.wire_blocks.size(), 1u);
+  EXPECT_EQ(raw.wire_blocks[0].net, &raw.wire_nets[0]);
+  EXPECT_TRUE(raw.wire_blocks[0].floating);
+  ASSERT_TRUE(feed(10, block_payload(0, 0, 2, 1, 1, 1, 7, "b")));
+  ASSERT_TRUE(feed(9, mark_payload(0, "other")));  // its name and byte do not count
+  EXPECT_EQ(parser.state, 0u);
+  ASSERT_EQ(raw.wire_nets.size(), 1u);
+  const wire_net& net = raw.wire_nets[0];
+  EXPECT_EQ(net.name, "vdd");
+  EXPECT_TRUE(net.floating);
+  ASSERT_EQ(net.blocks.size(), 2u);
+  EXPECT_EQ(net.blocks[1], &raw.wire_blocks[1]);
+  EXPECT_TRUE(raw.wire_blocks[1].floating);
+  EXPECT_EQ(raw.wire_blocks[1].layer, 7);
+}
+
 // Without begin records (the round trips cover the rest of this way of
 // writing): names stay whole, layers as they stand, the layer name list is not
 // used; an end with nothing pending makes no net, and shapes behind the last
@@ -338,6 +365,26 @@ TEST(BinaryNets, EndRecordAloneMakesTheNetOfPendingShapes) {
   EXPECT_TRUE(net.blocks[0]->floating && net.blocks[1]->floating);
   EXPECT_EQ(net.blocks[0]->net, &net);
   EXPECT_EQ(_WIRE_BLOCK_LAYER_NAME_.size(), listed);
+}
+
+TEST(BinaryNets, EmptyConductorWithBeginStandsAndNetsFollowEachOther) {
+  binary_fixture f;
+  binary_bytes b;
+  b.record(8, mark_payload(0, "first")).record(9, mark_payload(0, ""));
+  b.record(6, diel_payload(2.5f, "body")).record(10, block_payload(0, 0, 0, 1, 1, 1, 9, "x"));
+  b.record(7, diel_payload(9.0f, "ignored"));
+  b.record(8, mark_payload(0, "second")).record(10, block_payload(0, 0, 0, 2, 2, 2, 1, "y"));
+  b.record(9, mark_payload(1, ""));
+  ASSERT_TRUE(f.parse(b.data));
+  ASSERT_EQ(f.raw.wire_nets.size(), 2u);
+  EXPECT_TRUE(f.raw.wire_nets[0].blocks.empty());
+  ASSERT_EQ(f.raw.wire_nets[1].blocks.size(), 1u);
+  EXPECT_FALSE(f.raw.wire_nets[1].blocks[0]->floating);
+  ASSERT_EQ(f.raw.medium_nets.size(), 1u);
+  EXPECT_EQ(f.raw.medium_nets[0].name, "body");
+  EXPECT_EQ(f.raw.medium_nets[0].diel.value, 2.5);  // the begin record's value
+  ASSERT_EQ(f.raw.medium_blocks.size(), 1u);
+  EXPECT_EQ(f.raw.medium_blocks[0].net, &f.raw.medium_nets[0]);
 }
 
 TEST(BinaryNets, DumpOfBeginRecordsAndNonameAndAfterAFailure) {

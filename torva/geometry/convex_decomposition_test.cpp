@@ -138,63 +138,18 @@ TEST(ConvexDecomposition, UnrepairableOutlinesGiveNothingButTheirWarning) {
 
 // ---------------------------------------------------------------- the helpers
 
-TEST(DeleteDuplicatePoint, DropsRepeatsAndPointsOnALineWithinTheTolerance) {
-  const struct {
-    std::vector<point2> in;
-    pairs out;
-  } cases[] = {
-      {{P(0, 0), P(1, 0), P(1, 0), P(1, 1), P(0, 1)}, {{0, 0}, {1, 0}, {1, 1}, {0, 1}}},
-      {{P(0, 0), P(1, 0), P(2, 0), P(3, 0), P(3, 1), P(0, 1)}, {{0, 0}, {3, 0}, {3, 1}, {0, 1}}},
-      {{P(1, 0), P(2, 0), P(2, 1), P(0, 1), P(0, 0)}, {{2, 0}, {2, 1}, {0, 1}, {0, 0}}},  // first vertex mid-edge
-      {{P(0, 0), P(2, 0), P(2, 2), P(0, 2), P(0, 1)}, {{0, 0}, {2, 0}, {2, 2}, {0, 2}}},  // last on the closing edge
-      {{P(0, 0), P(1, 1e-11), P(2, 0), P(2, 1)}, {{0, 0}, {2, 0}, {2, 1}}},  // 1e-11 off the line is on it
-      {{P(0, 0), P(1, -1e-6), P(2, 0), P(2, 1)}, {{0, 0}, {1, -1e-6}, {2, 0}, {2, 1}}},
-  };
-  for (const auto& c : cases) {
-    auto p = poly_of(c.in);
-    ASSERT_TRUE(delete_duplicate_point(p)) << &c - cases;
-    EXPECT_EQ(coords(p), c.out) << &c - cases;
-    EXPECT_EQ(p.size, c.out.size()) << &c - cases;
-  }
-  // A failure warns and leaves the polygon alone.
-  testing::log_capture log;
-  auto p = poly_of({P(0, 0), P(3, 0), P(1, 0), P(1, 1)});
-  const pairs before = coords(p);
-  EXPECT_FALSE(delete_duplicate_point(p));
-  EXPECT_EQ(coords(p), before);
-  EXPECT_EQ(p.size, 4u);
-  EXPECT_NE(log.warning().find("\tpt4:(1.000000000000, 1.000000000000)\n"), std::string::npos);
-}
-
-TEST(IsAnticlock, OuterRightTurnsCountAndDentsDoNot) {
-  std::vector<point2> l = {P(0, 0), P(2, 0), P(2, 1), P(1, 1), P(1, 2), P(0, 2)};  // turns right at its dent
-  const std::vector<point2> t = {P(0, 0), P(4, 0), P(0, 3), P(9, 9), P(-9, 9)};
-  EXPECT_TRUE(is_anticlock(l.begin(), l.size()));
-  EXPECT_FALSE(is_anticlock(std::vector<point2>(l.rbegin(), l.rend()).cbegin(), l.size()));
-  EXPECT_TRUE(is_anticlock(t.cbegin(), 3));  // only the first `size` vertices are read
-  EXPECT_FALSE(is_anticlock(std::vector<point2>{P(0, 0), P(0, 3), P(4, 0)}.cbegin(), 3));
-  EXPECT_TRUE(is_anticlock(std::vector<point2>{P(0, 0), P(0, 3), P(4, 0)}.cbegin(), 0));
-}
-
-TEST(SegmentsAndVectors, BoxTestForgivesTheToleranceAndTheLineTestScalesWithLength) {
-  EXPECT_TRUE(onSegment(P(0, 0), P(2, 0), P(2, 2)));  // in the box, not on the line
+// The outlines below cover repeats and collinear runs; what they cannot reach
+// is where the tolerances end.
+TEST(DecompositionHelpers, TolerancesEndWhereTheyShould) {
+  auto on_line = poly_of({P(0, 0), P(1, 1e-11), P(2, 0), P(2, 1)});
+  ASSERT_TRUE(delete_duplicate_point(on_line));
+  EXPECT_EQ(coords(on_line), (pairs{{0, 0}, {2, 0}, {2, 1}}));
+  EXPECT_EQ(on_line.size, 3u);
+  auto off_line = poly_of({P(0, 0), P(1, -1e-6), P(2, 0), P(2, 1)});
+  ASSERT_TRUE(delete_duplicate_point(off_line));
+  EXPECT_EQ(coords(off_line), (pairs{{0, 0}, {1, -1e-6}, {2, 0}, {2, 1}}));
   EXPECT_TRUE(onSegment(P(0, 0), P(2 + 5e-11, 1), P(2, 2)));
   EXPECT_FALSE(onSegment(P(0, 0), P(2 + 1e-9, 1), P(2, 2)));
-  for (const point2& p : {P(1, 1), P(0, 0), P(2, 2)}) EXPECT_TRUE(is_point_on_segment(p, P(0, 0), P(2, 2)));
-  for (const point2& p : {P(3, 3), P(-1, -1), P(1, 1.5)}) EXPECT_FALSE(is_point_on_segment(p, P(0, 0), P(2, 2)));
-  // The cross product is not normalised: a tiny segment forgives a relative
-  // offset that a long one does not.
-  EXPECT_TRUE(is_point_on_segment(P(5e-6, 6e-6), P(0, 0), P(1e-5, 1e-5)));
-  EXPECT_FALSE(is_point_on_segment(P(5e5, 5e5 + 1e-6), P(0, 0), P(1e6, 1e6)));
-  // normalized_vector leaves its argument alone; a zero vector gives
-  // not-a-number, for which no comparison holds.
-  point2 v = P(3, 4), zero = P(0, 0);
-  const point2 n = normalized_vector(v), z = normalized_vector(zero);
-  EXPECT_DOUBLE_EQ(n[0].value, 0.6);
-  EXPECT_DOUBLE_EQ(n[1].value, 0.8);
-  EXPECT_EQ(v[0].value, 3.0);
-  EXPECT_TRUE(std::isnan(z[0].value) && std::isnan(z[1].value));
-  EXPECT_FALSE(z[0] < 1.0 || z[0] > -1.0);
 }
 
 // ---------------------------------------------------------------- properties

@@ -141,7 +141,7 @@ TEST_F(MultipleTables, StacksWithoutAnInterfaceLoadNothing) {
   log.clear();
   load(4, {2.0});
   EXPECT_EQ(log.info(), "in load_approx2\nin load_approx2\n");
-  for (unsigned mode : {1u, 2u, 4u, 5u}) {
+  for (unsigned mode : {2u, 5u}) {  // one of each family
     config.table_mode = mode;
     db->load(config, dielectric_layers{}, true);
   }

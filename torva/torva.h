@@ -6,3 +6,4 @@
 #include "torva/geometry/geometry.h"
 #include "torva/space/spacemgr.h"
 #include "torva/tables/tables.h"
+#include "torva/extract/extract.h"

@@ -5,32 +5,21 @@
 // The density on the face is the series
 //   P(x, y) = sum over odd m, n of sin(m pi/2) sin(n pi/2)
 //             sin(m pi (x+1)/2) sin(n pi (y+1)/2) / (2 cosh((pi/2) sqrt(m^2 + n^2)))
-// taken up to m, n = 99 and evaluated at the centre of each cell; the running
+// (centre_exit_density of torva/extract/internal/cube_kernel.h) taken up to
+// m, n = 99 and evaluated at the centre of each cell; the running
 // sum over the cells in order, divided by the total and rounded to six
 // significant digits, is the table.
 //
 // Usage: gen_first_table [output file]   (standard output without an argument)
-#include <cmath>
 #include <cstdio>
 #include <vector>
+
+#include "torva/extract/internal/cube_kernel.h"
 
 namespace {
 
 constexpr int cells = 32;
 constexpr int last_term = 99;
-
-double density(double x, double y) {
-  const double pi = std::acos(-1.0);
-  double sum = 0.0;
-  for (int m = 1; m <= last_term; m += 2) {
-    const double sm = std::sin(m * pi / 2) * std::sin(m * pi * (x + 1) / 2);
-    for (int n = 1; n <= last_term; n += 2) {
-      const double sn = std::sin(n * pi / 2) * std::sin(n * pi * (y + 1) / 2);
-      sum += sm * sn / (2 * std::cosh(pi / 2 * std::sqrt(double(m * m + n * n))));
-    }
-  }
-  return sum;
-}
 
 }  // namespace
 
@@ -40,7 +29,7 @@ int main(int argc, char** argv) {
   for (int e = 0; e < cells * cells; ++e) {
     const double x = -1 + ((e % cells) + 0.5) / cells;
     const double y = -1 + ((e / cells) + 0.5) / cells;
-    total += density(x, y);
+    total += torva::internal::centre_exit_density(x, y, last_term);
     running[e] = total;
   }
   FILE* out = argc > 1 ? std::fopen(argv[1], "w") : stdout;

@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <regex>
@@ -16,6 +18,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "torva/foundation/usage.h"
 #include "torva/tables/internal/test_table_files.h"
 #include "torva_testing/log_capture.h"
 
@@ -54,6 +57,46 @@ std::size_t count_lines(const std::string& s) { return std::size_t(std::count(s.
 // Every one of `parts` stands in `text`.
 void expect_all(const std::string& text, std::initializer_list<const char*> parts) {
   for (const char* p : parts) EXPECT_THAT(text, HasSubstr(p));
+}
+
+// The array of arrays of numbers under "key" in a JSON text (enough of JSON
+// for the reports of extract: the key's value starts with "[[").
+std::vector<std::vector<double>> json_rows(const std::string& text, const std::string& key) {
+  std::vector<std::vector<double>> rows;
+  std::size_t at = text.find("\"" + key + "\": [");
+  if (at == std::string::npos) return rows;
+  at = text.find('[', at) + 1;
+  while (at < text.size()) {
+    while (at < text.size() && (text[at] == ' ' || text[at] == ',' || text[at] == '\n')) ++at;
+    if (text[at] != '[') break;
+    std::vector<double> row;
+    const char* p = text.c_str() + at + 1;
+    for (;;) {
+      while (*p == ' ' || *p == ',') ++p;
+      if (*p == ']') break;
+      char* end = nullptr;
+      row.push_back(std::strtod(p, &end));
+      if (end == p) return {};
+      p = end;
+    }
+    rows.push_back(row);
+    at = std::size_t(p - text.c_str()) + 1;
+  }
+  return rows;
+}
+
+// The strings of the array under "key" (names without escapes).
+std::vector<std::string> json_names(const std::string& text, const std::string& key) {
+  std::vector<std::string> names;
+  const std::size_t at = text.find("\"" + key + "\": [");
+  if (at == std::string::npos) return names;
+  const std::size_t end = text.find(']', at);
+  for (std::size_t q = text.find('"', text.find('[', at)); q < end; q = text.find('"', q + 1)) {
+    const std::size_t close = text.find('"', q + 1);
+    names.push_back(text.substr(q + 1, close - q - 1));
+    q = close;
+  }
+  return names;
 }
 
 class cli : public ::testing::Test {
@@ -135,7 +178,15 @@ TEST_F(cli, usage_errors_exit_with_two_and_help_with_zero) {
 
   const outcome top = run({"--help"});
   EXPECT_EQ(top.status, 0);
-  for (const char* sub : {"info", "index", "query", "bench", "convert", "gen", "tables"}) EXPECT_THAT(top.out, HasSubstr(sub));
+  for (const char* sub : {"info", "index", "query", "bench", "convert", "gen", "tables", "extract"})
+    EXPECT_THAT(top.out, HasSubstr(sub));
+  // -h alone is the older command line's usage text, line for line.
+  std::string usage;
+  for (const std::string& line : torva::sea::config_impl::verbose_usage) usage += line + "\n";
+  const outcome h = run({"-h"});
+  EXPECT_EQ(h.status, 0);
+  EXPECT_THAT(h.out, StartsWith("The syntax:\n"));
+  EXPECT_EQ(h.out, usage);
   const outcome help = run({"query", "--help"});
   EXPECT_EQ(help.status, 0);
   EXPECT_THAT(help.out, HasSubstr("torva query"));
@@ -340,6 +391,109 @@ TEST_F(cli, convert_round_trips_refuses_to_overwrite_and_cleans_up_after_a_faile
   EXPECT_FALSE(std::filesystem::exists(dir.file("cut.cap3d")));
   expect_one_line_failure({"convert", dir.file("missing.cap3d"), dir.file("x.bin")}, "no such file");
   expect_usage_errors({{"convert", bus}});
+}
+
+TEST_F(cli, extract_writes_its_reports_and_the_older_command_line_is_the_same_run) {
+  const std::string layout = dir.file("bus.cap3d");
+  std::filesystem::copy_file(bus, layout);
+  const outcome r = run_ok({"extract", layout, "--max-walks", "2000", "--json", dir.file("a.json"), "--out-file",
+                            dir.file("a.out"), "--log-file", dir.file("a.log"), "-spice", "--seed", "3"});
+  expect_all(r.out, {"Maxwell matrix in fF", "GROUND", "stopped by walks", "a.out", "a.json", "a.sp"});
+
+  const std::string json = slurp(dir.file("a.json"));
+  EXPECT_THAT(json, StartsWith("{\"unit\": \"fF\""));
+  const std::vector<std::string> nets = json_names(json, "nets"), masters = json_names(json, "masters");
+  const auto matrix = json_rows(json, "matrix"), errors = json_rows(json, "stderr");
+  EXPECT_EQ(masters, (std::vector<std::string>{"bus0", "bus1", "bus2"}));
+  ASSERT_EQ(nets.size(), 5u);
+  ASSERT_EQ(nets.back(), "GROUND");
+  ASSERT_EQ(matrix.size(), masters.size());
+  ASSERT_EQ(errors.size(), masters.size());
+  for (std::size_t i = 0; i < matrix.size(); ++i) {
+    ASSERT_EQ(matrix[i].size(), nets.size());
+    const std::size_t self = std::size_t(std::find(nets.begin(), nets.end(), masters[i]) - nets.begin());
+    double sum = 0;
+    for (std::size_t j = 0; j < nets.size(); ++j) {
+      sum += matrix[i][j];
+      // A coupling is negative; a faint one may come out above zero by noise, never by more than three errors.
+      if (j == self)
+        EXPECT_GT(matrix[i][j], 0.0) << masters[i];
+      else
+        EXPECT_LT(matrix[i][j], 3 * errors[i][j]) << masters[i] << " to " << nets[j];
+      EXPECT_GE(errors[i][j], 0.0);
+    }
+    EXPECT_LT(matrix[i].back(), 0.0) << masters[i] << " to the grounded window";
+    // With the window grounded every walk ends somewhere: a row sums to zero.
+    EXPECT_NEAR(sum, 0.0, 1e-9 * matrix[i][self]) << masters[i];
+  }
+
+  // The netlist in farads: one ground capacitor per master with the GROUND
+  // entry's magnitude, couplings as the mean of the two rows, and .end.
+  const std::string spice = slurp(dir.file("a.sp"));
+  EXPECT_THAT(spice, ::testing::EndsWith(".end\n"));
+  EXPECT_THAT(spice, HasSubstr(layout));
+  std::istringstream cards(spice);
+  std::string line;
+  std::size_t grounds = 0, couplings = 0;
+  auto index_in = [](const std::vector<std::string>& v, const std::string& n) {
+    return std::size_t(std::find(v.begin(), v.end(), n) - v.begin());
+  };
+  auto row_of = [&](const std::string& n) { return index_in(masters, n); };
+  auto col_of = [&](const std::string& n) { return index_in(nets, n); };
+  while (std::getline(cards, line)) {
+    if (line.empty() || line[0] != 'C') continue;
+    std::istringstream f(line);
+    std::string name, a, b;
+    double farads = 0;
+    ASSERT_TRUE(f >> name >> a >> b >> farads) << line;
+    const std::size_t i = row_of(a);
+    ASSERT_LT(i, masters.size()) << line;
+    double expected = 0;
+    if (b == "0") {
+      ++grounds;
+      expected = std::fabs(matrix[i][nets.size() - 1]);
+    } else {
+      ++couplings;
+      ASSERT_LT(col_of(b), nets.size()) << line;
+      expected = std::fabs(matrix[i][col_of(b)]);
+      if (row_of(b) < masters.size()) expected = 0.5 * (expected + std::fabs(matrix[row_of(b)][col_of(a)]));
+    }
+    EXPECT_NEAR(farads, expected * 1e-15, 1e-6 * expected * 1e-15) << line;
+  }
+  EXPECT_EQ(grounds, masters.size());
+  // Three pairs of masters and each master with the ground plane, which is no master.
+  EXPECT_EQ(couplings, 6u);
+
+  const std::string report = slurp(dir.file("a.out"));
+  expect_all(report, {"capacitance in fF", "lengths in um", "seed                3", "walk-type 1", "GROUND"});
+  EXPECT_THAT(report, HasSubstr(layout));
+  EXPECT_THAT(slurp(dir.file("a.log")), HasSubstr("master bus2: "));
+
+  // The same run in the older spelling, on another number of threads: the same matrix to the last bit.
+  run_ok({"-f", layout, "-p", "0.005", "-c", "0.05", "-n", "4", "--out-file", dir.file("b.out"), "--log-file",
+          dir.file("b.log"), "-spice", "--max-walks", "2000", "--seed", "3", "--json", dir.file("b.json")});
+  EXPECT_EQ(json_rows(slurp(dir.file("b.json")), "matrix"), matrix);
+  EXPECT_TRUE(std::filesystem::exists(dir.file("b.sp")));
+}
+
+TEST_F(cli, extract_never_writes_over_its_layout) {
+  const std::string layout = dir.file("bus.cap3d");
+  std::filesystem::copy_file(bus, layout);
+  std::filesystem::create_symlink(layout, dir.file("link.cap3d"));
+  const std::string original = slurp(layout);
+  const std::string dotted = (dir.path / "." / "bus.cap3d").string();
+  for (const auto& args : std::vector<std::vector<std::string>>{
+           {"extract", layout, "--log-file", layout},
+           {"extract", layout, "--out-file", dotted},
+           {"extract", layout, "--json", dir.file("link.cap3d")},
+           {"--log-file", dir.file("link.cap3d"), "extract", layout},
+           {"-f", layout, "--out-file", dir.file("x.out"), "--log-file", dotted}}) {
+    expect_one_line_failure(args, "it is the layout file");
+    EXPECT_EQ(slurp(layout), original) << ::testing::PrintToString(args);
+  }
+  // Refused before anything was opened: no log, report or temporary beside the layout.
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path), {}), 4)
+      << "bus.cap3d, link.cap3d, stdout.txt and stderr.txt only";
 }
 
 }  // namespace

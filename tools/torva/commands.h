@@ -12,6 +12,9 @@ namespace torva::cli {
 struct command {
   CLI::App* app = nullptr;
   std::function<int()> run;
+  // The command installs the logger itself, once it has checked where the log
+  // file goes; the program leaves the log file unopened for it.
+  bool own_log = false;
 };
 
 command add_info(CLI::App& app);
@@ -21,5 +24,6 @@ command add_index(CLI::App& app);
 command add_query(CLI::App& app);
 command add_bench(CLI::App& app);
 command add_tables(CLI::App& app);
+command add_extract(CLI::App& app);
 
 }  // namespace torva::cli

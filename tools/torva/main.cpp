@@ -1,6 +1,10 @@
 // torva: reads, converts, generates and indexes cap3d layouts, queries the
-// nearest conductor, measures the search strategies and loads tables, all
-// through the library as a solver would use it.
+// nearest conductor, measures the search strategies, loads tables and
+// extracts capacitance, all through the library as a solver would use it.
+//
+// The program also takes its older command line, `torva -f LAYOUT -p 0.005
+// -c 0.05 -n 4 --out-file F --log-file L -spice`, as the extract subcommand,
+// and `torva -h` prints the usage text of that command line.
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -12,6 +16,7 @@
 #include "cli_common.h"
 #include "commands.h"
 #include "torva/foundation/errors.h"
+#include "torva/foundation/usage.h"
 
 namespace {
 
@@ -26,8 +31,70 @@ void print_error(const std::string& message) {
   std::fprintf(stderr, "torva: error: %s\n", line.c_str());
 }
 
+// The subcommands, and the options of the program that take a value (so
+// their values are not mistaken for a subcommand's name).
+const char* const subcommand_names[] = {"info", "convert", "gen", "index", "query", "bench", "tables", "extract"};
+bool is_subcommand(const std::string& a) {
+  for (const char* name : subcommand_names)
+    if (a == name) return true;
+  return false;
+}
+bool takes_value(const std::string& a) { return a == "--log-file" || a == "--progress"; }
+
+// The arguments as CLI11 should see them. `-f LAYOUT` before any subcommand
+// names the layout of an extract run; `-spice` (CLI11 allows one letter after
+// a single dash) becomes --spice, and a 0 or 1 after it is its value.
+// Sets `usage` when the older command line asks for its help.
+std::vector<std::string> arguments(int argc, char** argv, bool& usage) {
+  std::vector<std::string> in(argv + 1, argv + argc);
+  usage = in.size() == 1 && in[0] == "-h";
+  if (usage) return in;
+  bool older = false, extract = false;
+  for (std::size_t i = 0; i < in.size(); ++i) {
+    if (in[i] == "-f") {
+      older = true;
+      break;
+    }
+    if (is_subcommand(in[i])) {
+      extract = in[i] == "extract";
+      break;
+    }
+    if (takes_value(in[i])) ++i;
+  }
+  if (!older && !extract) return in;
+
+  std::vector<std::string> out;
+  if (older) out.push_back("extract");
+  for (std::size_t i = 0; i < in.size(); ++i) {
+    if (older && in[i] == "-h") usage = true;
+    if (older && in[i] == "-f") continue;  // the layout that follows is the positional argument
+    if (in[i] == "-spice") {
+      if (i + 1 < in.size() && (in[i + 1] == "0" || in[i + 1] == "1")) {
+        out.push_back(in[i + 1] == "1" ? "--spice=true" : "--spice=false");
+        ++i;
+      } else {
+        out.push_back("--spice");
+      }
+      continue;
+    }
+    out.push_back(in[i]);
+  }
+  return out;
+}
+
 int run(int argc, char** argv) {
-  CLI::App app{"torva: read, convert, generate and index cap3d layouts, and load capacitance tables"};
+  bool usage = false;
+  std::vector<std::string> args = arguments(argc, argv, usage);
+  if (usage) {
+    for (const std::string& line : torva::sea::config_impl::verbose_usage) std::printf("%s\n", line.c_str());
+    return exit_ok;
+  }
+  std::vector<char*> args_v{argv[0]};
+  for (std::string& a : args) args_v.push_back(a.data());
+  args_v.push_back(nullptr);
+
+  CLI::App app{"torva: read, convert, generate and index cap3d layouts, load capacitance tables, and extract "
+               "capacitance"};
   app.name("torva");
   app.require_subcommand(1);
   app.fallthrough();
@@ -38,13 +105,13 @@ int run(int argc, char** argv) {
       ->check(CLI::IsMember({"auto", "always", "never"}));
 
   std::vector<command> commands = {add_info(app),  add_convert(app), add_gen(app),   add_index(app),
-                                   add_query(app), add_bench(app),   add_tables(app)};
+                                   add_query(app), add_bench(app),   add_tables(app), add_extract(app)};
   std::vector<command> live;
   for (auto& c : commands)
     if (c.app != nullptr) live.push_back(c);
 
   try {
-    app.parse(argc, argv);
+    app.parse(int(args_v.size()) - 1, args_v.data());
   } catch (const CLI::CallForHelp& e) {
     return app.exit(e);
   } catch (const CLI::CallForAllHelp& e) {
@@ -59,7 +126,9 @@ int run(int argc, char** argv) {
   }
 
   try {
-    install_logger();
+    bool own_log = false;
+    for (auto& c : live) own_log = own_log || (c.app->parsed() && c.own_log);
+    if (!own_log) install_logger();
     for (auto& c : live)
       if (c.app->parsed()) {
         const int status = c.run();

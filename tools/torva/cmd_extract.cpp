@@ -1,0 +1,391 @@
+// torva extract LAYOUT: the capacitance matrix of a layout by the floating
+// random walk, written to the out-file (and on request as JSON and as a SPICE
+// netlist), with a summary on standard output.
+//
+// Where the files go:
+// - out-file: --out-file, else the layout's out-file parameter, else
+//   <layout>.out. A relative out-file parameter is taken from the layout's
+//   folder, as the layout names its outputs beside itself and the run should
+//   not depend on the folder it is started from.
+// - log file: --log-file (before or after the subcommand), else the layout's
+//   log-file parameter (from the layout's folder likewise), else <layout>.log.
+// - SPICE netlist (-spice, or the layout's spice parameter on): the out-file
+//   with its ".out" ending replaced by ".sp", or with ".sp" added when it has
+//   no such ending.
+// - JSON: only where --json names it.
+// None of them may be the layout itself or one another; the run checks that
+// before it opens anything.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "cli_common.h"
+#include "commands.h"
+#include "torva/extract/extractor.h"
+#include "torva/extract/report.h"
+#include "torva/foundation/logger.h"
+
+namespace torva::cli {
+
+namespace {
+
+struct extract_args {
+  std::string layout;
+  double self_precision = 0.0;
+  double coupling_precision = 0.0;
+  int threads = 0;
+  std::uint64_t seed = 0;
+  std::string out_file;
+  std::string log_file;
+  bool spice = false;
+  std::string json;
+  std::uint64_t max_walks = 0;
+  double time_limit = 0.0;
+  std::vector<std::string> masters;
+  int strategy = -1;
+  double stop_ratio = 0.0;
+  double gauss_ratio = 0.0;
+  // The options given on the command line, which override the layout's values.
+  CLI::Option* given_p = nullptr;
+  CLI::Option* given_c = nullptr;
+  CLI::Option* given_n = nullptr;
+  CLI::Option* given_seed = nullptr;
+  CLI::Option* given_spice = nullptr;
+  CLI::Option* given_strategy = nullptr;
+  CLI::Option* given_stop = nullptr;
+  CLI::Option* given_gauss = nullptr;
+};
+
+bool given(const CLI::Option* o) { return o != nullptr && o->count() > 0; }
+
+// `name` as the layout means it: a relative path from the layout's folder.
+std::string beside_layout(const std::string& layout, const std::string& name) {
+  const std::filesystem::path p(name);
+  if (p.is_absolute()) return name;
+  return (std::filesystem::path(layout).parent_path() / p).string();
+}
+
+std::string spice_path_of(const std::string& out_file) {
+  const std::string ending = ".out";
+  if (out_file.size() > ending.size() && out_file.compare(out_file.size() - ending.size(), ending.size(), ending) == 0)
+    return out_file.substr(0, out_file.size() - ending.size()) + ".sp";
+  return out_file + ".sp";
+}
+
+// What tells two spellings of a path apart from one file: the device and inode
+// when the file exists (stat follows symbolic links), and the absolute path
+// with its existing links resolved and its dots removed when it does not.
+struct file_identity {
+  bool exists = false;
+  dev_t dev = 0;
+  ino_t ino = 0;
+  std::filesystem::path resolved;
+  std::filesystem::path normal;
+};
+
+file_identity identify(const std::string& path) {
+  file_identity id;
+  struct stat st {};
+  if (::stat(path.c_str(), &st) == 0) {
+    id.exists = true;
+    id.dev = st.st_dev;
+    id.ino = st.st_ino;
+  }
+  std::error_code ec;
+  const std::filesystem::path absolute = std::filesystem::absolute(path, ec);
+  id.normal = (ec ? std::filesystem::path(path) : absolute).lexically_normal();
+  id.resolved = std::filesystem::weakly_canonical(id.normal, ec);
+  if (ec) id.resolved = id.normal;
+  return id;
+}
+
+bool same_file(const file_identity& a, const file_identity& b) {
+  if (a.exists && b.exists) return a.dev == b.dev && a.ino == b.ino;
+  return a.normal == b.normal || a.resolved == b.resolved;
+}
+
+struct output {
+  const char* role;
+  std::string path;
+};
+
+void refuse_clashes(const std::string& layout, const std::vector<output>& outputs) {
+  const file_identity source = identify(layout);
+  std::vector<file_identity> ids;
+  for (const output& o : outputs) {
+    const file_identity id = identify(o.path);
+    if (same_file(id, source))
+      throw input_error(std::string("refusing to write the ") + o.role + " \"" + o.path +
+                        "\": it is the layout file \"" + layout + "\"");
+    for (std::size_t k = 0; k < ids.size(); ++k)
+      if (same_file(id, ids[k]))
+        throw input_error(std::string("the ") + outputs[k].role + " and the " + o.role + " are the same file \"" +
+                          o.path + "\"; give them different names");
+    ids.push_back(id);
+  }
+}
+
+// A run can last hours: a report that could never be written is said before
+// it starts, not after.
+void check_folders(const std::vector<output>& outputs) {
+  for (const output& o : outputs) {
+    std::error_code ec;
+    std::filesystem::path folder = std::filesystem::path(o.path).parent_path();
+    if (folder.empty()) folder = ".";
+    if (std::filesystem::is_directory(o.path, ec))
+      throw input_error(std::string("cannot write the ") + o.role + " \"" + o.path + "\": it is a directory");
+    if (!std::filesystem::is_directory(folder, ec))
+      throw input_error(std::string("cannot write the ") + o.role + " \"" + o.path + "\": no folder \"" +
+                        folder.string() + "\"");
+    if (::access(folder.c_str(), W_OK | X_OK) != 0)
+      throw input_error(std::string("cannot write the ") + o.role + " \"" + o.path + "\": the folder \"" +
+                        folder.string() + "\" is not writable");
+  }
+}
+
+void log_line(const std::string& line) {
+  sea::writer& w = *logger::instance().info;
+  w.print(line + "\n");
+  w.flush();
+}
+
+std::string error_text(double e) {
+  if (!std::isfinite(e)) return "-";
+  char b[32];
+  std::snprintf(b, sizeof b, "%.3g%%", e * 100.0);
+  return b;
+}
+
+// The line on standard error while the walks go (when progress is shown), and
+// a line in the log every few seconds. Called by the extractor every few tens
+// of milliseconds from the thread that runs it: it only formats and prints.
+class progress_display {
+ public:
+  explicit progress_display(const std::vector<std::string>& names) : names_(names), draw_(progress_bar::enabled()) {}
+  ~progress_display() { wipe(); }
+
+  void operator()(const extract_progress& p) {
+    const std::string name = p.master < names_.size() ? names_[p.master] : "#" + std::to_string(p.master);
+    char line[256];
+    std::snprintf(line, sizeof line, "master %s (%zu of %zu): %llu walks, error %s (goal %s), %.1f s", name.c_str(),
+                  p.master + 1, p.master_count, (unsigned long long)p.walks, error_text(p.self_error).c_str(),
+                  error_text(p.goal).c_str(), p.seconds);
+    if (p.seconds - last_log_ >= 2.0) {
+      log_line("progress: " + std::string(line));
+      last_log_ = p.seconds;
+    }
+    // Under "always" at once; on a terminal only once the run lasts, so short runs don't flicker.
+    const double delay = options().progress == "always" ? 0.0 : 0.3;
+    if (draw_ && p.seconds >= delay && p.seconds - last_draw_ >= 0.1) {
+      std::fprintf(stderr, "\rextracting %s\033[K", line);
+      std::fflush(stderr);
+      last_draw_ = p.seconds;
+      drawn_ = true;
+    }
+  }
+
+  void wipe() {
+    if (!drawn_) return;
+    std::fputs("\r\033[K", stderr);
+    std::fflush(stderr);
+    drawn_ = false;
+  }
+
+ private:
+  std::vector<std::string> names_;
+  bool draw_;
+  bool drawn_ = false;
+  double last_draw_ = -1.0;
+  double last_log_ = 0.0;
+};
+
+// The layout's parameters that this extractor does not act on, with the values it set.
+std::string unused_parameters(const circuit_layout::raw& d) {
+  std::string s;
+  auto add = [&s](const char* name, double v) {
+    if (v == 0.0) return;
+    char b[96];
+    std::snprintf(b, sizeof b, "%s%s %g", s.empty() ? "" : ", ", name, v);
+    s += b;
+  };
+  add("walk-type", d.walk_type);
+  add("blk-self-precision", d.blk_self_precision);
+  add("blk-coupling-precision", d.blk_coupling_precision);
+  add("b-ratio", d.b_ratio);
+  add("b-net-ratio", d.b_net_ratio);
+  return s;
+}
+
+void print_matrix(const extract_result& r) {
+  std::size_t first = 6;
+  for (const std::string& m : r.masters) first = std::max(first, m.size());
+  std::printf("  %-*s", int(first), "");
+  for (const std::string& n : r.nets) std::printf("  %12s", n.c_str());
+  std::printf("\n");
+  for (std::size_t i = 0; i < r.masters.size(); ++i) {
+    std::printf("  %-*s", int(first), r.masters[i].c_str());
+    for (double v : r.matrix[i]) std::printf("  %12.6g", v);
+    std::printf("\n");
+  }
+}
+
+int run_extract(const extract_args& a) {
+  // Nothing is opened for writing before the outputs are checked against the
+  // layout: the log file too waits for its check.
+  const std::string log_before = options().log_file;
+  options().log_file.clear();
+  install_logger();
+
+  loaded_layout in = read_layout(a.layout);
+  circuit_layout& layout = *in.layout;
+  const circuit_layout::raw& d = layout.data;
+
+  const std::string out_file = !a.out_file.empty()    ? a.out_file
+                               : !d.out_file.empty() ? beside_layout(a.layout, d.out_file)
+                                                     : a.layout + ".out";
+  const std::string log_file = !a.log_file.empty()    ? a.log_file
+                               : !log_before.empty()  ? log_before
+                               : !d.log_file.empty()  ? beside_layout(a.layout, d.log_file)
+                                                      : a.layout + ".log";
+  const bool spice = given(a.given_spice) ? a.spice : d.spice != 0;
+  std::vector<output> outputs = {{"out-file", out_file}, {"log file", log_file}};
+  if (!a.json.empty()) outputs.push_back({"JSON file", a.json});
+  if (spice) outputs.push_back({"SPICE file", spice_path_of(out_file)});
+  refuse_clashes(a.layout, outputs);
+  check_folders(outputs);
+
+  // What the reader said before the log was open goes first into it.
+  const std::string reading = take_info();
+  options().log_file = log_file;
+  install_logger();
+  log_line("torva extract " + a.layout);
+  if (!reading.empty()) log_line(reading.back() == '\n' ? reading.substr(0, reading.size() - 1) : reading);
+
+  extract_options o = extract_options_from_layout(layout);
+  if (given(a.given_p)) o.self_precision = a.self_precision;
+  if (given(a.given_c)) o.coupling_precision = a.coupling_precision;
+  if (given(a.given_n)) o.threads = a.threads;
+  if (given(a.given_seed)) o.seed = a.seed;
+  if (given(a.given_strategy)) o.spacemgr_type = a.strategy;
+  if (given(a.given_stop)) o.stop_ratio = a.stop_ratio;
+  if (given(a.given_gauss)) o.gauss_ratio = a.gauss_ratio;
+  o.max_walks = a.max_walks;
+  o.time_limit = a.time_limit;
+  o.masters = a.masters;
+
+  const std::string unused = unused_parameters(d);
+  const std::string unused_line =
+      unused.empty() ? std::string() : "the layout sets parameters this extractor does not use: " + unused;
+  if (!unused_line.empty()) log_line(unused_line);
+
+  // The progress names the masters by index; the extractor settles them, so
+  // the names shown are those asked for, or the nets in the layout's order.
+  std::vector<std::string> names = o.masters;
+  if (names.empty())
+    for (const wire_net& n : d.wire_nets)
+      if (d.capacitance_tasks.empty() || d.capacitance_tasks.count(n.name) != 0) names.push_back(n.name);
+
+  extract_result result;
+  {
+    progress_display display(names);
+    o.progress = [&display](const extract_progress& p) { display(p); };
+    result = extract(layout, o);
+    o.progress = nullptr;
+  }
+  if (!unused_line.empty()) result.warnings.push_back(unused_line);
+
+  for (std::size_t i = 0; i < result.masters.size(); ++i) {
+    char line[256];
+    std::snprintf(line, sizeof line, "master %s: %llu walks, %.4g hops per walk, error %s (goal %s), stopped by %s",
+                  result.masters[i].c_str(), (unsigned long long)result.walks[i], result.hops[i],
+                  error_text(i < result.self_error.size() ? result.self_error[i] : NAN).c_str(),
+                  error_text(result.self_precision).c_str(),
+                  i < result.master_stopped_by.size() ? result.master_stopped_by[i].c_str() : "?");
+    log_line(line);
+  }
+
+  std::vector<std::string> written;
+  write_out_file(out_file, a.layout, result);
+  written.push_back(out_file);
+  if (!a.json.empty()) {
+    write_json(a.json, result);
+    written.push_back(a.json);
+  }
+  std::size_t left_out = 0;
+  if (spice) {
+    const std::string sp = spice_path_of(out_file);
+    left_out = write_spice(sp, a.layout, result, d.outmincap);
+    written.push_back(sp);
+  }
+  for (const std::string& w : written) log_line("wrote " + w);
+
+  std::uint64_t walks = 0;
+  for (std::uint64_t w : result.walks) walks += w;
+  std::printf("layout       %s: %zu nets%s, %zu masters\n", a.layout.c_str(),
+              result.nets.size() - (result.has_ground ? 1 : 0), result.has_ground ? " and the grounded window" : "",
+              result.masters.size());
+  std::printf("run          %llu walks in %s (setup %s) on %d threads, seed %llu, stopped by %s\n",
+              (unsigned long long)walks, format_seconds(result.seconds).c_str(),
+              format_seconds(result.setup_seconds).c_str(), result.threads, (unsigned long long)result.seed,
+              result.stopped_by.c_str());
+  std::printf("capacitance  Maxwell matrix in fF (rows: masters, columns: nets)\n");
+  print_matrix(result);
+  for (const std::string& w : written) std::printf("wrote        %s\n", w.c_str());
+  if (spice && left_out != 0)
+    std::printf("             %zu couplings below outmincap %g fF left out of the netlist\n", left_out, d.outmincap);
+  std::printf("log          %s\n", log_file.c_str());
+  return exit_ok;
+}
+
+}  // namespace
+
+command add_extract(CLI::App& app) {
+  auto* sub = app.add_subcommand(
+      "extract", "Extract the capacitance matrix of a layout by the floating random walk (values in fF)");
+  auto a = std::make_shared<extract_args>();
+  sub->add_option("LAYOUT", a->layout, "A cap3d layout file, text or binary")->required();
+  a->given_p = sub->add_option("-p", a->self_precision,
+                               "Relative standard error each self capacitance must reach (default: the layout's "
+                               "self-precision, else 0.01)")
+                   ->check(CLI::PositiveNumber);
+  a->given_c = sub->add_option("-c", a->coupling_precision,
+                               "Relative error of the couplings that make 95% of the self capacitance (default: the "
+                               "layout's coupling-precision, else 0.05)")
+                   ->check(CLI::PositiveNumber);
+  a->given_n = sub->add_option("-n", a->threads, "Walking threads (0: all cores; default: the layout's thread-num)")
+                   ->check(CLI::Range(0, 4096));
+  a->given_seed = sub->add_option("--seed", a->seed, "Seed of the walks (default: the layout's seed, else 1)");
+  sub->add_option("--out-file", a->out_file,
+                  "The report (default: the layout's out-file, from its folder, else LAYOUT.out)");
+  sub->add_option("--log-file", a->log_file,
+                  "The log (default: the layout's log-file, from its folder, else LAYOUT.log)");
+  a->given_spice = sub->add_flag("--spice", a->spice,
+                                 "Also write a SPICE capacitor netlist beside the out-file, its .out ending made .sp "
+                                 "(-spice works too)");
+  sub->add_option("--json", a->json, "Also write the matrix as JSON to this file");
+  sub->add_option("--max-walks", a->max_walks, "Walks per master at most (0: no limit)")->capture_default_str();
+  sub->add_option("--time-limit", a->time_limit, "Seconds of walking at most for the whole run (0: no limit)")
+      ->check(CLI::NonNegativeNumber)
+      ->capture_default_str();
+  sub->add_option("--masters", a->masters, "The nets to extract, by name (default: the layout's tasks, else all)")
+      ->delimiter(',')
+      ->allow_extra_args(false);
+  a->given_strategy = sub->add_option("--strategy", a->strategy,
+                                      "Search pair (0..10, as index --strategy; default: chosen among the exact ones)")
+                          ->check(CLI::Range(0, 10));
+  a->given_stop = sub->add_option("--stop-ratio", a->stop_ratio,
+                                  "Stop distance as a share of the smallest block edge (default 1e-3)");
+  a->given_gauss = sub->add_option("--gauss-ratio", a->gauss_ratio,
+                                   "Gaussian surface at this share of the clearance (default: the layout's c-ratio, "
+                                   "else 0.5)");
+  return {sub, [a] { return run_extract(*a); }, true};
+}
+
+}  // namespace torva::cli

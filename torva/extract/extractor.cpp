@@ -1,0 +1,369 @@
+#include "torva/extract/extractor.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <memory>
+#include <string>
+#include <thread>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "torva/extract/internal/gaussian_surface.h"
+#include "torva/extract/internal/search_choice.h"
+#include "torva/extract/internal/walk.h"
+#include "torva/foundation/errors.h"
+#include "torva/foundation/logger.h"
+#include "torva/space/layout_fields.h"
+#include "torva/space/space_manager.h"
+#include "torva/tables/table_database.h"
+
+namespace torva {
+namespace {
+
+using clock_type = std::chrono::steady_clock;
+
+// Walks are run in blocks with a random stream each; a block is the unit a
+// thread takes, and the sums are added in block order, so the matrix does not
+// depend on the number of threads.
+constexpr std::uint64_t block_walks = 256;
+constexpr std::uint64_t first_round_blocks = 16;
+// No error is trusted from fewer walks than this.
+constexpr std::uint64_t min_walks_for_test = 2000;
+
+[[noreturn]] void refuse(const std::string& message) {
+  sea::writer& err = *logger::instance().error;
+  err.print(("ERROR: " + message + "\n").c_str());
+  err.flush();
+  throw sea::fatal_error(message.c_str());
+}
+
+void warn(extract_result& result, const std::string& message) {
+  sea::writer& w = *logger::instance().warning;
+  w.print(("WARNING: " + message + "\n").c_str());
+  w.flush();
+  result.warnings.push_back(message);
+}
+
+void info(const std::string& message) {
+  sea::writer& w = *logger::instance().info;
+  w.print((message + "\n").c_str());
+  w.flush();
+}
+
+// The one permittivity of the run: that of the dielectrics when they agree,
+// else the plate medium that fills most of the window's height (with a warning).
+double homogeneous_permittivity(const circuit_layout& layout, extract_result& result) {
+  std::unordered_set<double> values;
+  for (const auto& m : layout.data.plate_mediums) values.insert(m.diel.value);
+  for (const auto& n : layout.data.medium_nets) values.insert(n.diel.value);
+  if (values.empty()) return 1.0;
+  if (values.size() == 1) return *values.begin();
+  const double lo = layout.data.window.lower[2].value, hi = layout.data.window.upper[2].value;
+  std::vector<circuit_layout::plate_medium> plates = layout.data.plate_mediums;
+  std::sort(plates.begin(), plates.end(), [](const auto& a, const auto& b) { return a.z_top.value < b.z_top.value; });
+  double best = plates.empty() ? *values.begin() : plates.front().diel.value, best_share = -1.0, below = lo;
+  for (const auto& m : plates) {
+    const double share = std::min(m.z_top.value, hi) - std::max(below, lo);
+    if (share > best_share) {
+      best_share = share;
+      best = m.diel.value;
+    }
+    below = m.z_top.value;
+  }
+  warn(result, "the layout has " + std::to_string(values.size()) +
+                   " different permittivities; this extractor models one dielectric and uses " +
+                   std::to_string(best) + " everywhere");
+  return best;
+}
+
+// Running sums of one master's walks.
+struct master_sums {
+  std::uint64_t samples = 0;  // walks drawn, including start points inside the surface's union
+  std::uint64_t walks = 0;    // walks that started on the surface
+  std::uint64_t hops = 0;
+  std::uint64_t lost = 0;
+  double sum_w = 0.0, sum_ww = 0.0;
+  std::vector<double> s1, s2;  // per column: sum of weights and of squares of the walks ending there
+
+  explicit master_sums(std::size_t columns) : s1(columns, 0.0), s2(columns, 0.0) {}
+
+  void add(const walk_end& e) {
+    ++samples;
+    if (e.hops == 0 && e.weight == 0.0) return;
+    ++walks;
+    hops += e.hops;
+    sum_w += e.weight;
+    sum_ww += e.weight * e.weight;
+    if (e.net < 0) {
+      ++lost;
+      return;
+    }
+    s1[std::size_t(e.net)] += e.weight;
+    s2[std::size_t(e.net)] += e.weight * e.weight;
+  }
+
+  // Entry j and its standard error. The mean weight of all walks is zero by
+  // the symmetry of the cube, so it serves as a control variate: each entry
+  // subtracts its share of the sample's mean weight, which lowers the variance
+  // and makes every row sum to zero.
+  void estimate(std::size_t j, double& value, double& error) const {
+    const double n = double(samples);
+    if (samples < 2 || sum_ww <= 0.0) {
+      value = samples ? s1[j] / n : 0.0;
+      error = std::numeric_limits<double>::infinity();
+      return;
+    }
+    const double a_j = s2[j] / n, a = sum_ww / n;
+    const double beta = a_j / a;
+    value = s1[j] / n - beta * (sum_w / n);
+    const double var = std::max(0.0, a_j - a_j * a_j / a - value * value);
+    error = std::sqrt(var / (n - 1));
+  }
+};
+
+struct block_out {
+  std::vector<walk_end> ends;
+  bool done = false;
+};
+
+// Relative errors of a master's row against the goals: the self entry's, and
+// the worst among the couplings that together make 95% of the self entry.
+void row_errors(const master_sums& sums, std::size_t self, double& self_rel, double& coupling_rel) {
+  const std::size_t columns = sums.s1.size();
+  std::vector<double> value(columns), error(columns);
+  for (std::size_t j = 0; j < columns; ++j) sums.estimate(j, value[j], error[j]);
+  self_rel = value[self] > 0 ? error[self] / value[self] : std::numeric_limits<double>::infinity();
+  std::vector<std::size_t> order;
+  for (std::size_t j = 0; j < columns; ++j)
+    if (j != self) order.push_back(j);
+  std::sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return std::abs(value[a]) > std::abs(value[b]); });
+  coupling_rel = 0.0;
+  double covered = 0.0;
+  for (std::size_t j : order) {
+    if (covered > 0.95 * value[self]) break;
+    if (value[j] == 0.0) {
+      coupling_rel = std::numeric_limits<double>::infinity();
+      break;
+    }
+    coupling_rel = std::max(coupling_rel, error[j] / std::abs(value[j]));
+    covered += std::abs(value[j]);
+  }
+}
+
+}  // namespace
+
+extract_options extract_options_from_layout(const circuit_layout& layout) {
+  extract_options o;
+  const auto& d = layout.data;
+  if (d.self_precision > 0) o.self_precision = d.self_precision;
+  if (d.coupling_precision > 0) o.coupling_precision = d.coupling_precision;
+  if (d.thread_num > 0) o.threads = d.thread_num;
+  if (d.seed != 0) o.seed = std::uint64_t(std::int64_t(d.seed));
+  if (d.c_ratio > 0 && d.c_ratio < 1) o.gauss_ratio = d.c_ratio;
+  return o;
+}
+
+extract_result extract(circuit_layout& layout, const extract_options& options) {
+  const auto setup_start = clock_type::now();
+  extract_result result;
+  const auto& data = layout.data;
+  derive_layout_fields(layout);
+
+  if (!(options.self_precision > 0) || !(options.coupling_precision > 0))
+    refuse("the precisions must be positive");
+  if (!(options.gauss_ratio > 0 && options.gauss_ratio < 1)) refuse("the Gaussian surface ratio must lie in (0, 1)");
+  if (!(options.stop_ratio > 0 && options.stop_ratio < 1)) refuse("the stop ratio must lie in (0, 1)");
+  if (data.wire_nets.empty() || layout.blocks.empty()) refuse("the layout has no conductors");
+  for (const wire_net& n : data.wire_nets)
+    if (n.floating)
+      refuse("net " + n.name + " is floating: the extractor does not model floating conductors yet");
+
+  // Columns: every net in the layout's order, then the grounded window.
+  const bool dirichlet = data.boundary == 1;
+  walk_setup setup;
+  for (const wire_net& n : data.wire_nets) {
+    setup.net_index.emplace(&n, int(result.nets.size()));
+    result.nets.push_back(n.name);
+  }
+  result.has_ground = dirichlet;
+  if (dirichlet) {
+    setup.ground = int(result.nets.size());
+    result.nets.push_back("GROUND");
+  }
+  const std::size_t columns = result.nets.size();
+
+  // Masters: as asked, else the layout's tasks (in the layout's order), else every net.
+  std::vector<const wire_net*> masters;
+  std::unordered_map<std::string, const wire_net*> by_name;
+  for (const wire_net& n : data.wire_nets) by_name.emplace(n.name, &n);
+  if (!options.masters.empty()) {
+    for (const std::string& name : options.masters) {
+      auto it = by_name.find(name);
+      if (it == by_name.end()) refuse("no net named " + name + " in the layout");
+      masters.push_back(it->second);
+    }
+  } else {
+    for (const wire_net& n : data.wire_nets)
+      if (data.capacitance_tasks.empty() || data.capacitance_tasks.count(n.name)) masters.push_back(&n);
+    if (masters.empty()) refuse("none of the layout's tasks names a net of the layout");
+  }
+
+  result.permittivity = homogeneous_permittivity(layout, result);
+  double smallest_edge = std::numeric_limits<double>::infinity();
+  for (const wire_block* b : layout.blocks)
+    for (int k = 0; k < 3; ++k)
+      smallest_edge = std::min(smallest_edge, b->outer_box.upper[k].value - b->outer_box.lower[k].value);
+  result.stop_distance = options.stop_ratio * smallest_edge;
+  if (!(result.stop_distance > 0)) refuse("a conductor block has no extent");
+
+  // The search structure: a pair that never answers more than the clearance.
+  configure config;
+  config.use_critical_box = dirichlet;
+  config.thread_count = options.threads > 0 ? options.threads : int(std::max(1u, std::thread::hardware_concurrency()));
+  config.group_dominance = options.group_dominance;
+  config.group_optimize = options.group_optimize;
+  config.double_incline_ratio = options.double_incline_ratio;
+  config.spacemgr_type = internal::choose_search(layout, options.spacemgr_type, options.allow_unsafe_search ||
+                                                     options.group_dominance || options.group_optimize ||
+                                                     options.double_incline_ratio);
+  if ((options.group_dominance || options.group_optimize || options.double_incline_ratio) && !options.allow_unsafe_search)
+    refuse("the dominance and ratio settings may over-answer the clearance; they need the unsafe-search option");
+  result.spacemgr_type = config.spacemgr_type;
+  space_manager space;
+  space.initialize(config, layout);
+
+  table_database::single_oct_face_group first;
+  first.fill_first_table();
+  setup.space = space.get();
+  setup.window = data.window;
+  setup.dirichlet = dirichlet;
+  setup.critical = data.critical_box;
+  setup.stop = result.stop_distance;
+  setup.sampler.cdf = first.first_table;
+  const homogeneous_medium medium{result.permittivity};
+
+  std::vector<gaussian_surface> surfaces;
+  for (const wire_net* m : masters)
+    surfaces.push_back(build_gaussian_surface(layout, *m, gaussian_settings{options.gauss_ratio, dirichlet}));
+  result.setup_seconds = std::chrono::duration<double>(clock_type::now() - setup_start).count();
+
+  const int threads = config.thread_count;
+  result.threads = threads;
+  result.seed = options.seed;
+  result.self_precision = options.self_precision;
+  result.coupling_precision = options.coupling_precision;
+  const auto run_start = clock_type::now();
+  const bool timed = options.time_limit > 0;
+  const auto deadline = run_start + std::chrono::duration_cast<clock_type::duration>(
+                                        std::chrono::duration<double>(timed ? options.time_limit : 0.0));
+  bool out_of_time = false;
+
+  for (std::size_t mi = 0; mi < masters.size(); ++mi) {
+    const wire_net& master = *masters[mi];
+    const gaussian_surface& surface = surfaces[mi];
+    const std::size_t self = std::size_t(setup.net_index.at(&master));
+    master_sums sums(columns);
+    std::uint64_t next_block = 0;
+    std::uint64_t round = first_round_blocks;
+    std::string stopped_by = "precision";
+    double self_rel = std::numeric_limits<double>::infinity(), coupling_rel = self_rel;
+    for (;;) {
+      if (out_of_time) {
+        stopped_by = "time";
+        break;
+      }
+      if (options.max_walks > 0) {
+        const std::uint64_t left = options.max_walks > sums.samples ? options.max_walks - sums.samples : 0;
+        if (left == 0) {
+          stopped_by = "walks";
+          break;
+        }
+        round = std::min(round, (left + block_walks - 1) / block_walks);
+      }
+      // One round: blocks [next_block, next_block + round), taken by the threads in turn.
+      std::vector<block_out> blocks(round);
+      std::atomic<std::uint64_t> take{0}, walked{0};
+      std::atomic<int> running{threads};
+      const std::uint64_t base = next_block;
+      const std::uint64_t cap = options.max_walks;
+      const std::uint64_t before = sums.samples;
+      auto work = [&] {
+        walker_state state;
+        for (;;) {
+          const std::uint64_t k = take.fetch_add(1);
+          if (k >= round) break;
+          if (timed && clock_type::now() >= deadline) break;
+          const std::uint64_t first_walk = (base + k) * block_walks;
+          std::uint64_t count = block_walks;
+          if (cap > 0 && first_walk + count > cap) count = cap > first_walk ? cap - first_walk : 0;
+          internal::walk_random rng(options.seed, mi, base + k);
+          block_out& out = blocks[k];
+          out.ends.reserve(count);
+          for (std::uint64_t i = 0; i < count; ++i) out.ends.push_back(walk_once(setup, medium, surface, rng, state));
+          out.done = true;
+          walked.fetch_add(count, std::memory_order_relaxed);
+        }
+        running.fetch_sub(1);
+      };
+      std::vector<std::thread> pool;
+      for (int t = 0; t < threads; ++t) pool.emplace_back(work);
+      while (running.load() > 0) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        if (options.progress) {
+          extract_progress p;
+          p.master = mi;
+          p.master_count = masters.size();
+          p.walks = before + walked.load(std::memory_order_relaxed);
+          p.self_error = self_rel;
+          p.goal = options.self_precision;
+          p.seconds = std::chrono::duration<double>(clock_type::now() - run_start).count();
+          options.progress(p);
+        }
+      }
+      for (std::thread& t : pool) t.join();
+      for (const block_out& b : blocks)
+        for (const walk_end& e : b.ends) sums.add(e);
+      const bool all_done = std::all_of(blocks.begin(), blocks.end(), [](const block_out& b) { return b.done; });
+      if (!all_done) out_of_time = true;
+      next_block += round;
+
+      row_errors(sums, self, self_rel, coupling_rel);
+      if (sums.walks >= min_walks_for_test && self_rel <= options.self_precision &&
+          coupling_rel <= options.coupling_precision)
+        break;
+      // The walks still needed, from the error's fall as one over the root of the count.
+      const double ratio = std::max(self_rel / options.self_precision, coupling_rel / options.coupling_precision);
+      std::uint64_t need = sums.samples;
+      if (std::isfinite(ratio) && sums.walks >= min_walks_for_test)
+        need = std::uint64_t(double(sums.samples) * (ratio * ratio * 1.05 - 1.0)) + 1;
+      round = std::clamp<std::uint64_t>((need + block_walks - 1) / block_walks, first_round_blocks,
+                                        std::max<std::uint64_t>(first_round_blocks, 4 * next_block));
+    }
+
+    std::vector<double> row(columns), err(columns);
+    for (std::size_t j = 0; j < columns; ++j) sums.estimate(j, row[j], err[j]);
+    result.masters.push_back(master.name);
+    result.matrix.push_back(std::move(row));
+    result.stderr_matrix.push_back(std::move(err));
+    result.walks.push_back(sums.walks);
+    result.hops.push_back(sums.walks ? double(sums.hops) / double(sums.walks) : 0.0);
+    result.self_error.push_back(self_rel);
+    result.master_stopped_by.push_back(stopped_by);
+    if (sums.lost > 0)
+      warn(result, std::to_string(sums.lost) + " walks from " + master.name + " were cut off after " +
+                       std::to_string(setup.max_hops) + " hops and count for no conductor");
+    info("master " + master.name + ": " + std::to_string(sums.walks) + " walks, relative error " +
+         std::to_string(self_rel) + ", stopped by " + stopped_by);
+  }
+  result.seconds = std::chrono::duration<double>(clock_type::now() - run_start).count();
+  result.stopped_by = "precision";
+  for (const std::string& s : result.master_stopped_by)
+    if (s == "walks" && result.stopped_by == "precision") result.stopped_by = "walks";
+  for (const std::string& s : result.master_stopped_by)
+    if (s == "time") result.stopped_by = "time";
+  return result;
+}
+
+}  // namespace torva

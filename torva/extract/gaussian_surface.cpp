@@ -1,0 +1,161 @@
+#include "torva/extract/internal/gaussian_surface.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <string>
+
+#include "torva/foundation/errors.h"
+#include "torva/foundation/logger.h"
+
+namespace torva {
+namespace {
+
+// The boxes that cover a block: its cut pieces where it has them, else its box.
+const std::vector<cuboid_t>& pieces_of(const wire_block& b, std::vector<cuboid_t>& scratch) {
+  if (!b.outer_pieces.empty()) return b.outer_pieces;
+  scratch.assign(1, b.outer_box);
+  return scratch;
+}
+
+// Maximum-norm distance between two boxes; 0 when they touch or overlap.
+double box_gap(const cuboid_t& a, const cuboid_t& b) {
+  double g = 0.0;
+  for (int k = 0; k < 3; ++k) {
+    g = std::max(g, b.lower[k].value - a.upper[k].value);
+    g = std::max(g, a.lower[k].value - b.upper[k].value);
+  }
+  return g;
+}
+
+[[noreturn]] void refuse(const std::string& message) {
+  sea::writer& err = *logger::instance().error;
+  err.print(("ERROR: " + message + "\n").c_str());
+  err.flush();
+  throw sea::fatal_error(message.c_str());
+}
+
+}  // namespace
+
+gaussian_point gaussian_surface::sample(internal::walk_random& rng) const noexcept {
+  const double u = rng.uniform() * area;
+  std::size_t f = std::size_t(std::upper_bound(cumulative.begin(), cumulative.end(), u) - cumulative.begin());
+  if (f >= faces.size()) f = faces.size() - 1;
+  const gaussian_face& face = faces[f];
+  gaussian_point p;
+  p.axis = face.axis;
+  p.side = face.side;
+  const int a1 = (face.axis + 1) % 3, a2 = (face.axis + 2) % 3;
+  p.at[face.axis] = face.plane;
+  p.at[a1] = face.lo[0] + (face.hi[0] - face.lo[0]) * rng.uniform();
+  p.at[a2] = face.lo[1] + (face.hi[1] - face.lo[1]) * rng.uniform();
+  // On the boundary unless another box covers the point on its outward side,
+  // or shares the face's plane there and comes first (so a face shared by two
+  // boxes counts once).
+  const double x = p.at[face.axis].value;
+  for (int o : face.others) {
+    const cuboid_t& b = boxes[std::size_t(o)];
+    const double y = p.at[a1].value, z = p.at[a2].value;
+    if (y < b.lower[a1].value || y > b.upper[a1].value || z < b.lower[a2].value || z > b.upper[a2].value) continue;
+    const double lo = b.lower[face.axis].value, hi = b.upper[face.axis].value;
+    const bool beyond = face.side > 0 ? (x >= lo && x < hi) : (x > lo && x <= hi);
+    const bool on_plane = x >= lo && x <= hi;
+    if (beyond || (on_plane && o < face.box)) {
+      p.on_boundary = false;
+      break;
+    }
+  }
+  return p;
+}
+
+gaussian_surface build_gaussian_surface(const circuit_layout& layout, const wire_net& master,
+                                        const gaussian_settings& settings) {
+  const cuboid_t& window = layout.data.window;
+  gaussian_surface s;
+  std::vector<cuboid_t> scratch, other_scratch;
+  // The master's pieces and, for each, the nearest other conductor.
+  std::vector<cuboid_t> pieces;
+  for (const wire_block* b : master.blocks)
+    for (const cuboid_t& c : pieces_of(*b, scratch)) pieces.push_back(c);
+  if (pieces.empty()) refuse("net " + master.name + " has no blocks to extract");
+
+  std::vector<double> clearance(pieces.size(), std::numeric_limits<double>::infinity());
+  std::vector<const wire_block*> nearest(pieces.size(), nullptr);
+  for (const wire_block* b : layout.blocks) {
+    if (b->net == &master) continue;
+    for (const cuboid_t& c : pieces_of(*b, other_scratch))
+      for (std::size_t i = 0; i < pieces.size(); ++i) {
+        const double g = box_gap(pieces[i], c);
+        if (g < clearance[i]) {
+          clearance[i] = g;
+          nearest[i] = b;
+        }
+      }
+  }
+  s.gap = std::numeric_limits<double>::infinity();
+  for (std::size_t i = 0; i < pieces.size(); ++i) {
+    const cuboid_t& c = pieces[i];
+    if (!(clearance[i] > 0.0)) {
+      refuse("net " + master.name + " touches net " + nearest[i]->net->name +
+             " (their blocks' boxes meet): no Gaussian surface passes between them");
+    }
+    // Per side: the clearance, and on that side the wall of the window.
+    cuboid_t grown = c;
+    for (int k = 0; k < 3; ++k) {
+      const double below = c.lower[k].value - window.lower[k].value;
+      const double above = window.upper[k].value - c.upper[k].value;
+      if (settings.dirichlet && (!(below > 0.0) || !(above > 0.0)))
+        refuse("net " + master.name + " reaches the grounded window wall: no Gaussian surface fits");
+      // Far from everything, a surface much larger than the conductor only
+      // adds variance: no farther than the piece's longest edge.
+      double longest = 0.0;
+      for (int e = 0; e < 3; ++e) longest = std::max(longest, c.upper[e].value - c.lower[e].value);
+      const double reach = std::min(clearance[i], longest);
+      const double g_below = settings.ratio * std::min(reach, std::max(below, 0.0));
+      const double g_above = settings.ratio * std::min(reach, std::max(above, 0.0));
+      grown.lower[k] = c.lower[k].value - g_below;
+      grown.upper[k] = c.upper[k].value + g_above;
+      // A face on a Neumann wall carries no flux; below it leaves no gap.
+      if (g_below > 0.0) s.gap = std::min(s.gap, g_below);
+      if (g_above > 0.0) s.gap = std::min(s.gap, g_above);
+    }
+    s.boxes.push_back(grown);
+  }
+
+  // Six faces a box, less those on a Neumann wall (no flux crosses it).
+  for (std::size_t i = 0; i < s.boxes.size(); ++i) {
+    const cuboid_t& b = s.boxes[i];
+    for (int axis = 0; axis < 3; ++axis)
+      for (int side : {-1, 1}) {
+        gaussian_face f;
+        f.box = int(i);
+        f.axis = axis;
+        f.side = side;
+        f.plane = side < 0 ? b.lower[axis].value : b.upper[axis].value;
+        if (!settings.dirichlet && (f.plane <= window.lower[axis].value || f.plane >= window.upper[axis].value))
+          continue;
+        const int a1 = (axis + 1) % 3, a2 = (axis + 2) % 3;
+        f.lo[0] = b.lower[a1].value;
+        f.hi[0] = b.upper[a1].value;
+        f.lo[1] = b.lower[a2].value;
+        f.hi[1] = b.upper[a2].value;
+        f.area = (f.hi[0] - f.lo[0]) * (f.hi[1] - f.lo[1]);
+        if (!(f.area > 0.0)) continue;
+        for (std::size_t o = 0; o < s.boxes.size(); ++o) {
+          if (o == i) continue;
+          const cuboid_t& ob = s.boxes[o];
+          if (f.plane < ob.lower[axis].value || f.plane > ob.upper[axis].value) continue;
+          if (ob.upper[a1].value < f.lo[0] || ob.lower[a1].value > f.hi[0]) continue;
+          if (ob.upper[a2].value < f.lo[1] || ob.lower[a2].value > f.hi[1]) continue;
+          f.others.push_back(int(o));
+        }
+        s.area += f.area;
+        s.cumulative.push_back(s.area);
+        s.faces.push_back(std::move(f));
+      }
+  }
+  if (s.faces.empty()) refuse("net " + master.name + " has no surface that field lines can cross");
+  return s;
+}
+
+}  // namespace torva

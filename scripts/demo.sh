@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds the library and its command-line tool, then reads and indexes a
-# bundled example layout.
+# Builds the library and its command-line tool, then extracts the capacitance
+# matrix of a bundled example layout (three wires over a ground plane).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup-deps.sh
@@ -8,6 +8,6 @@ build=${BUILD_DIR:-build}
 cmake -S . -B "$build" -G Ninja >/dev/null
 # Only what the demo runs; scripts/test.sh builds everything.
 cmake --build "$build" -j"$(nproc)" --target torva_cli
-"$build/tools/torva" info examples/bus.cap3d
-echo
-"$build/tools/torva" index examples/bus.cap3d
+mkdir -p "$build/demo"
+"$build/tools/torva" extract examples/bus.cap3d --out-file "$build/demo/bus.out" --log-file "$build/demo/bus.log" \
+  --json "$build/demo/bus.json" -spice

@@ -218,6 +218,19 @@ extract_result extract(circuit_layout& layout, const extract_options& options) {
   result.stop_distance = options.stop_ratio * smallest_edge;
   if (!(result.stop_distance > 0)) refuse("a conductor block has no extent");
 
+  // The search space ends a margin beyond its box (the critical box under a
+  // Dirichlet window, else the window), and a list near that edge answers no
+  // farther than the edge: a first hop there would take a tiny cube and a
+  // huge weight. Under a Neumann window a walker is folded back at the walls,
+  // so its cube may reach past them, and a space that ends at the walls would
+  // hold walkers by the wall for thousands of hops. A margin of a tenth of the
+  // window (a twentieth under Dirichlet) keeps both away.
+  {
+    double longest = 0.0;
+    for (int k = 0; k < 3; ++k) longest = std::max(longest, data.window.upper[k].value - data.window.lower[k].value);
+    layout.space_margin = std::max(layout.space_margin, (dirichlet ? 0.05 : 0.1) * longest);
+  }
+
   // The search structure: a pair that never answers more than the clearance.
   configure config;
   config.use_critical_box = dirichlet;
@@ -242,6 +255,8 @@ extract_result extract(circuit_layout& layout, const extract_options& options) {
   setup.critical = data.critical_box;
   setup.stop = result.stop_distance;
   setup.sampler.cdf = first.first_table;
+  const auto importance = std::make_unique<internal::first_hop_sampler>(first.first_table);
+  if (options.importance_first_hop) setup.first_hop = importance.get();
   const homogeneous_medium medium{result.permittivity};
 
   std::vector<gaussian_surface> surfaces;

@@ -42,6 +42,7 @@ struct extract_options {
   double time_limit = 0.0;            // seconds for the whole run; 0: no limit
   double gauss_ratio = 0.5;           // Gaussian surface at this share of the clearance (0 < r < 1)
   double stop_ratio = 1e-3;           // stop distance as a share of the smallest block edge
+  bool importance_first_hop = true;   // draw the first hop by the field's strength (false: by the first table)
   int spacemgr_type = -1;             // search pair; -1: chosen by the layout among the exact ones
   bool allow_unsafe_search = false;   // let spacemgr_type name a pair or settings that may over-answer
   bool group_dominance = false;       // unsafe dominance modes, for measuring what they cost

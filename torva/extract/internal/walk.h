@@ -14,6 +14,7 @@
 
 #include "torva/extract/internal/gaussian_surface.h"
 #include "torva/extract/internal/cube_sampler.h"
+#include "torva/extract/internal/first_hop.h"
 #include "torva/extract/internal/first_weights.h"
 #include "torva/extract/internal/random.h"
 #include "torva/geometry/distance.h"
@@ -49,6 +50,7 @@ struct walk_setup {
   std::uint32_t max_hops = 1000000;   // a walk longer than this is cut off and counted as lost
   cuboid_t critical;                  // under a Dirichlet window: outside it the nearest wall is nearer than any block
   internal::cube_sampler sampler;
+  const internal::first_hop_sampler* first_hop = nullptr;  // draws the first exit by the field's strength
   std::unordered_map<const wire_net*, int> net_index;
   int ground = -1;                    // index of the window's column
   static constexpr int nowhere = -1;
@@ -137,8 +139,15 @@ inline walk_end walk_once(const walk_setup& s, const Medium& medium, const gauss
     return out;
   }
   const double flux = vacuum_permittivity * medium.permittivity_at(p) * surface.area;
-  internal::cube_exit e = s.sampler.sample(rng);
-  out.weight = -flux * internal::first_hop_factor(start.axis, start.side, e) / d;
+  internal::cube_exit e;
+  if (s.first_hop != nullptr) {
+    int sign = 0;
+    e = s.first_hop->sample(start.axis, start.side, rng, sign);
+    out.weight = -flux * sign * s.first_hop->total / d;
+  } else {
+    e = s.sampler.sample(rng);
+    out.weight = -flux * internal::first_hop_factor(start.axis, start.side, e) / d;
+  }
   for (;;) {
     const int a1 = (e.axis + 1) % 3, a2 = (e.axis + 2) % 3;
     p[e.axis] = p[e.axis].value + e.side * d;

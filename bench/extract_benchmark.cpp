@@ -1,0 +1,252 @@
+// The extractor's speed on the generated crossings that the grid benchmark
+// uses (four layers, 5% polygons, 5% cylinders, seed 7), with the middle net
+// as the one master, on 1 and on 2 walking threads:
+// - walks: a fixed number of walks (the precision too tight to stop them
+//   first), for walks and hops per second per walking thread;
+// - 1%: the self capacitance to 1% relative error, the couplings left loose,
+//   for the time from the layout text to the answer: reading, setup (deriving,
+//   search structure, Gaussian surface) and walking.
+// The layout text goes to a temporary folder and is read back each time, as
+// `torva extract` would. Figures are medians over the repetitions.
+//
+//   build-rel/bench/extract_benchmark [--sizes=10000,100000] [--repetitions=3]
+//                                     [--walks=200000] [--precision=0.01]
+//                                     [--only=walks|precision] [--threads=1,2]
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "torva/extract/extractor.h"
+#include "torva/layout/cap3d_parser.h"
+#include "torva/layout/generator.h"
+#include "torva_testing/log_capture.h"
+
+namespace torva {
+namespace {
+
+struct bench_options {
+  std::vector<std::uint64_t> sizes{10000, 100000};
+  std::vector<std::uint64_t> threads{1, 2};
+  int repetitions = 3;
+  std::uint64_t walks = 200000;
+  double precision = 0.01;
+  bool fixed = true;      // run the fixed-walk measurement
+  bool to_goal = true;    // run the 1% measurement
+};
+bench_options options;
+
+using clock_type = std::chrono::steady_clock;
+double since(clock_type::time_point t) { return std::chrono::duration<double>(clock_type::now() - t).count(); }
+
+double median(std::vector<double> v) {
+  std::sort(v.begin(), v.end());
+  const std::size_t n = v.size();
+  return n == 0 ? 0.0 : n % 2 ? v[n / 2] : 0.5 * (v[n / 2 - 1] + v[n / 2]);
+}
+
+std::string load_average() {
+  char text[128] = "?";
+  if (FILE* f = std::fopen("/proc/loadavg", "r")) {
+    if (std::fgets(text, sizeof text, f) == nullptr) text[0] = '\0';
+    std::fclose(f);
+  }
+  std::string s(text);
+  while (!s.empty() && s.back() == '\n') s.pop_back();
+  return s;
+}
+
+// The grid benchmark's layout of `size` blocks, written as text.
+void write_layout(std::uint64_t size, const std::string& path) {
+  generator_params params;
+  params.kind = layout_kind::crossing;
+  params.blocks = size;
+  params.layers = 4;
+  params.polygon_share = 0.05;
+  params.cylinder_share = 0.05;
+  params.seed = 7;
+  write_text_file(generate_layout(params), path);
+}
+
+// Reads the text as `torva extract` does (four incline slices, no floating
+// conductors, solids kept as they are).
+double read_layout(const std::string& path, circuit_layout& layout) {
+  const auto t0 = clock_type::now();
+  Cap3dParser parser(layout.data, 4, false, false);
+  if (!parser.parse(path, "")) {
+    std::fprintf(stderr, "cannot read %s\n", path.c_str());
+    std::exit(2);
+  }
+  return since(t0);
+}
+
+struct run_figures {
+  double read = 0, setup = 0, walking = 0, total = 0;  // seconds; total from the file to the result
+  double walks = 0, hops = 0;                          // walks that started on the surface, hops of them all
+  double self_error = 0;
+  std::string stopped_by;
+};
+
+run_figures run_once(const std::string& path, const std::string& master, int threads, bool fixed,
+                     testing::log_capture& logs) {
+  run_figures f;
+  const auto t0 = clock_type::now();
+  circuit_layout layout;
+  f.read = read_layout(path, layout);
+  extract_options o;
+  o.masters = {master};
+  o.threads = threads;
+  o.seed = 1;
+  if (fixed) {
+    o.max_walks = options.walks;
+    o.self_precision = 1e-9;
+  } else {
+    o.self_precision = options.precision;
+  }
+  o.coupling_precision = 1.0;  // only the self error decides
+  const extract_result r = extract(layout, o);
+  f.total = since(t0);
+  f.setup = r.setup_seconds;
+  f.walking = r.seconds;
+  f.walks = double(r.walks.at(0));
+  f.hops = f.walks * r.hops.at(0);
+  f.self_error = r.self_error.at(0);
+  f.stopped_by = r.master_stopped_by.at(0);
+  logs.clear();  // the extractor's lines would pile up over the runs
+  return f;
+}
+
+struct summary {
+  double read, setup, walking, total, walks, hops, self_error;
+  std::string stopped_by;
+};
+
+summary measure(const std::string& path, const std::string& master, int threads, bool fixed,
+                testing::log_capture& logs) {
+  std::vector<double> read, setup, walking, total, walks, hops, error;
+  std::string stopped_by;
+  for (int k = 0; k < options.repetitions; ++k) {
+    const run_figures f = run_once(path, master, threads, fixed, logs);
+    read.push_back(f.read);
+    setup.push_back(f.setup);
+    walking.push_back(f.walking);
+    total.push_back(f.total);
+    walks.push_back(f.walks);
+    hops.push_back(f.hops);
+    error.push_back(f.self_error);
+    stopped_by = f.stopped_by;
+    std::printf("  %-9s t=%d rep %d: read %.3f s, setup %.3f s, walking %.3f s, total %.3f s, %.0f walks, "
+                "%.2f hops/walk, self error %.4f (%s)\n",
+                fixed ? "walks" : "precision", threads, k + 1, f.read, f.setup, f.walking, f.total, f.walks,
+                f.walks > 0 ? f.hops / f.walks : 0.0, f.self_error, f.stopped_by.c_str());
+    std::fflush(stdout);
+  }
+  return summary{median(read), median(setup),  median(walking),  median(total),
+                 median(walks), median(hops), median(error), stopped_by};
+}
+
+void bench_size(std::uint64_t size, testing::log_capture& logs) {
+  testing::temp_dir folder;
+  const std::string path = folder.file("crossing.cap3d");
+  write_layout(size, path);
+  // The middle net, as the grid benchmark's net start picks it.
+  std::string master;
+  {
+    circuit_layout layout;
+    read_layout(path, layout);
+    const auto& nets = layout.data.wire_nets;
+    master = nets[nets.size() / 2].name;
+    std::printf("\n-- %llu blocks: %zu nets, master %s; load average %s\n", (unsigned long long)size, nets.size(),
+                master.c_str(), load_average().c_str());
+  }
+  std::vector<summary> fixed, to_goal;
+  for (std::uint64_t t : options.threads) {
+    if (options.fixed) fixed.push_back(measure(path, master, int(t), true, logs));
+    if (options.to_goal) to_goal.push_back(measure(path, master, int(t), false, logs));
+  }
+  std::printf("medians, %llu blocks (load average now %s):\n", (unsigned long long)size, load_average().c_str());
+  for (std::size_t i = 0; i < fixed.size(); ++i) {
+    const summary& s = fixed[i];
+    const double t = double(options.threads[i]);
+    std::printf("  walks     t=%.0f: %.0f walks in %.3f s, %.2f hops/walk: %.0f walks/s/thread, %.3g hops/s/thread\n",
+                t, s.walks, s.walking, s.walks > 0 ? s.hops / s.walks : 0.0, s.walks / s.walking / t,
+                s.hops / s.walking / t);
+  }
+  for (std::size_t i = 0; i < to_goal.size(); ++i) {
+    const summary& s = to_goal[i];
+    std::printf("  precision t=%llu: read %.3f + setup %.3f + walking %.3f s = %.3f s (whole call %.3f s), "
+                "%.0f walks, self error %.4f, stopped by %s%s\n",
+                (unsigned long long)options.threads[i], s.read, s.setup, s.walking, s.read + s.setup + s.walking,
+                s.total, s.walks, s.self_error, s.stopped_by.c_str(),
+                options.threads[i] == 2 ? (s.total < 2.0 ? "  [under 2 s: met]" : "  [under 2 s: missed]") : "");
+  }
+  // The walking's speed-up from the rates, as the walk counts of two runs differ a little.
+  auto speedup = [](const std::vector<summary>& v) { return (v[1].walks / v[1].walking) / (v[0].walks / v[0].walking); };
+  const bool pair = options.threads.size() == 2 && options.threads[0] == 1 && options.threads[1] == 2;
+  if (pair && fixed.size() == 2)
+    std::printf("  speed-up of the walking, 2 over 1 thread, fixed walks: %.2fx%s\n", speedup(fixed),
+                speedup(fixed) >= 1.9 ? "  [at least 1.9x: met]" : "  [at least 1.9x: missed]");
+  if (pair && to_goal.size() == 2)
+    std::printf("  speed-up of the walking, 2 over 1 thread, to %.0f%%: %.2fx\n", 100 * options.precision,
+                speedup(to_goal));
+}
+
+std::vector<std::uint64_t> parse_list(const char* text) {
+  std::vector<std::uint64_t> values;
+  const char* s = text;
+  while (*s != '\0') {
+    char* end = nullptr;
+    const unsigned long long v = std::strtoull(s, &end, 10);
+    if (end == s) break;
+    if (v > 0) values.push_back(v);
+    s = *end == ',' ? end + 1 : end;
+  }
+  return values;
+}
+
+void parse_flags(int argc, char** argv) {
+  for (int i = 1; i < argc; ++i) {
+    const char* a = argv[i];
+    auto value = [a](const char* name) -> const char* {
+      const std::size_t n = std::strlen(name);
+      return std::strncmp(a, name, n) == 0 ? a + n : nullptr;
+    };
+    if (const char* v = value("--sizes=")) {
+      options.sizes = parse_list(v);
+    } else if (const char* v = value("--threads=")) {
+      options.threads = parse_list(v);
+    } else if (const char* v = value("--repetitions=")) {
+      options.repetitions = std::max(1, std::atoi(v));
+    } else if (const char* v = value("--walks=")) {
+      options.walks = std::max<std::uint64_t>(1, std::strtoull(v, nullptr, 10));
+    } else if (const char* v = value("--precision=")) {
+      options.precision = std::atof(v);
+    } else if (const char* v = value("--only=")) {
+      options.fixed = std::strcmp(v, "walks") == 0;
+      options.to_goal = std::strcmp(v, "precision") == 0;
+      if (!options.fixed && !options.to_goal) {
+        std::fprintf(stderr, "--only takes walks or precision, not %s\n", v);
+        std::exit(1);
+      }
+    } else {
+      std::fprintf(stderr, "unknown flag %s\n", a);
+      std::exit(1);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace torva
+
+int main(int argc, char** argv) {
+  torva::parse_flags(argc, argv);
+  torva::testing::log_capture logs;  // the reader and the extractor report on the logger's channels
+  std::printf("extract benchmark: %d repetitions, %llu fixed walks, %.3g self precision\n",
+              torva::options.repetitions, (unsigned long long)torva::options.walks, torva::options.precision);
+  for (std::uint64_t size : torva::options.sizes) torva::bench_size(size, logs);
+  return 0;
+}

@@ -12,6 +12,8 @@
 //   build-rel/bench/extract_benchmark [--sizes=10000,100000] [--repetitions=3]
 //                                     [--walks=200000] [--precision=0.01]
 //                                     [--only=walks|precision] [--threads=1,2]
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
@@ -19,6 +21,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "torva/extract/extractor.h"
@@ -60,6 +63,41 @@ std::string load_average() {
   return s;
 }
 
+// CPU time in clock ticks: of the whole machine (busy, not idle) and of this process.
+struct cpu_ticks {
+  double machine = 0, own = 0;
+  static cpu_ticks now() {
+    cpu_ticks t;
+    unsigned long long v[8] = {};
+    if (FILE* f = std::fopen("/proc/stat", "r")) {
+      if (std::fscanf(f, "cpu %llu %llu %llu %llu %llu %llu %llu %llu", &v[0], &v[1], &v[2], &v[3], &v[4], &v[5],
+                      &v[6], &v[7]) == 8)
+        t.machine = double(v[0] + v[1] + v[2] + v[5] + v[6] + v[7]);
+      std::fclose(f);
+    }
+    unsigned long long user = 0, sys = 0;
+    if (FILE* f = std::fopen("/proc/self/stat", "r")) {
+      // Fields 14 and 15 follow the command name, which ends at the last ')'.
+      char line[1024];
+      if (std::fgets(line, sizeof line, f) != nullptr)
+        if (const char* c = std::strrchr(line, ')'))
+          std::sscanf(c + 2, "%*c %*d %*d %*d %*d %*d %*u %*u %*u %*u %*u %llu %llu", &user, &sys);
+      std::fclose(f);
+    }
+    t.own = double(user + sys);
+    return t;
+  }
+};
+
+// The share of the machine's cores that other processes kept busy since `t`:
+// on two cores, anything else running skews the two-thread figures first.
+double others_share(const cpu_ticks& t, double seconds) {
+  const cpu_ticks u = cpu_ticks::now();
+  const double cores = std::max(1u, std::thread::hardware_concurrency());
+  const double ticks = double(sysconf(_SC_CLK_TCK)) * seconds * cores;
+  return ticks > 0 ? std::max(0.0, (u.machine - t.machine) - (u.own - t.own)) / ticks : 0.0;
+}
+
 // The grid benchmark's layout of `size` blocks, written as text.
 void write_layout(std::uint64_t size, const std::string& path) {
   generator_params params;
@@ -88,12 +126,14 @@ struct run_figures {
   double read = 0, setup = 0, walking = 0, total = 0;  // seconds; total from the file to the result
   double walks = 0, hops = 0;                          // walks that started on the surface, hops of them all
   double self_error = 0;
+  double others = 0;  // share of the cores that other processes used meanwhile
   std::string stopped_by;
 };
 
 run_figures run_once(const std::string& path, const std::string& master, int threads, bool fixed,
                      testing::log_capture& logs) {
   run_figures f;
+  const cpu_ticks ticks = cpu_ticks::now();
   const auto t0 = clock_type::now();
   circuit_layout layout;
   f.read = read_layout(path, layout);
@@ -110,6 +150,7 @@ run_figures run_once(const std::string& path, const std::string& master, int thr
   o.coupling_precision = 1.0;  // only the self error decides
   const extract_result r = extract(layout, o);
   f.total = since(t0);
+  f.others = others_share(ticks, f.total);
   f.setup = r.setup_seconds;
   f.walking = r.seconds;
   f.walks = double(r.walks.at(0));
@@ -121,7 +162,7 @@ run_figures run_once(const std::string& path, const std::string& master, int thr
 }
 
 struct summary {
-  double read, setup, walking, total, walks, hops, self_error;
+  double read, setup, walking, total, walks, hops, self_error, others_max;
   std::string stopped_by;
 };
 
@@ -129,6 +170,7 @@ summary measure(const std::string& path, const std::string& master, int threads,
                 testing::log_capture& logs) {
   std::vector<double> read, setup, walking, total, walks, hops, error;
   std::string stopped_by;
+  double others_max = 0;
   for (int k = 0; k < options.repetitions; ++k) {
     const run_figures f = run_once(path, master, threads, fixed, logs);
     read.push_back(f.read);
@@ -139,14 +181,22 @@ summary measure(const std::string& path, const std::string& master, int threads,
     hops.push_back(f.hops);
     error.push_back(f.self_error);
     stopped_by = f.stopped_by;
+    others_max = std::max(others_max, f.others);
     std::printf("  %-9s t=%d rep %d: read %.3f s, setup %.3f s, walking %.3f s, total %.3f s, %.0f walks, "
-                "%.2f hops/walk, self error %.4f (%s)\n",
+                "%.2f hops/walk, self error %.4f (%s), others used %.0f%% of the cores\n",
                 fixed ? "walks" : "precision", threads, k + 1, f.read, f.setup, f.walking, f.total, f.walks,
-                f.walks > 0 ? f.hops / f.walks : 0.0, f.self_error, f.stopped_by.c_str());
+                f.walks > 0 ? f.hops / f.walks : 0.0, f.self_error, f.stopped_by.c_str(), 100 * f.others);
     std::fflush(stdout);
   }
   return summary{median(read), median(setup),  median(walking),  median(total),
-                 median(walks), median(hops), median(error), stopped_by};
+                 median(walks), median(hops), median(error), others_max, stopped_by};
+}
+
+std::string busy_note(const summary& s) {
+  if (s.others_max < 0.05) return "";
+  char text[64];
+  std::snprintf(text, sizeof text, "  (busy: others up to %.0f%% of the cores)", 100 * s.others_max);
+  return text;
 }
 
 void bench_size(std::uint64_t size, testing::log_capture& logs) {
@@ -172,17 +222,18 @@ void bench_size(std::uint64_t size, testing::log_capture& logs) {
   for (std::size_t i = 0; i < fixed.size(); ++i) {
     const summary& s = fixed[i];
     const double t = double(options.threads[i]);
-    std::printf("  walks     t=%.0f: %.0f walks in %.3f s, %.2f hops/walk: %.0f walks/s/thread, %.3g hops/s/thread\n",
+    std::printf("  walks     t=%.0f: %.0f walks in %.3f s, %.2f hops/walk: %.0f walks/s/thread, %.3g hops/s/thread%s\n",
                 t, s.walks, s.walking, s.walks > 0 ? s.hops / s.walks : 0.0, s.walks / s.walking / t,
-                s.hops / s.walking / t);
+                s.hops / s.walking / t, busy_note(s).c_str());
   }
   for (std::size_t i = 0; i < to_goal.size(); ++i) {
     const summary& s = to_goal[i];
     std::printf("  precision t=%llu: read %.3f + setup %.3f + walking %.3f s = %.3f s (whole call %.3f s), "
-                "%.0f walks, self error %.4f, stopped by %s%s\n",
+                "%.0f walks, self error %.4f, stopped by %s%s%s\n",
                 (unsigned long long)options.threads[i], s.read, s.setup, s.walking, s.read + s.setup + s.walking,
                 s.total, s.walks, s.self_error, s.stopped_by.c_str(),
-                options.threads[i] == 2 ? (s.total < 2.0 ? "  [under 2 s: met]" : "  [under 2 s: missed]") : "");
+                options.threads[i] == 2 ? (s.total < 2.0 ? "  [under 2 s: met]" : "  [under 2 s: missed]") : "",
+                busy_note(s).c_str());
   }
   // The walking's speed-up from the rates, as the walk counts of two runs differ a little.
   auto speedup = [](const std::vector<summary>& v) { return (v[1].walks / v[1].walking) / (v[0].walks / v[0].walking); };

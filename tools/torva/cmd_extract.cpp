@@ -52,6 +52,11 @@ struct extract_args {
   int strategy = -1;
   double stop_ratio = 0.0;
   double gauss_ratio = 0.0;
+  bool unsafe_search = false;
+  bool group_dominance = false;
+  bool group_optimize = false;
+  bool double_incline_ratio = false;
+  bool table_first_hop = false;
   // The options given on the command line, which override the layout's values.
   CLI::Option* given_p = nullptr;
   CLI::Option* given_c = nullptr;
@@ -277,6 +282,11 @@ int run_extract(const extract_args& a) {
   if (given(a.given_stop)) o.stop_ratio = a.stop_ratio;
   if (given(a.given_gauss)) o.gauss_ratio = a.gauss_ratio;
   o.max_walks = a.max_walks;
+  o.allow_unsafe_search = a.unsafe_search;
+  o.group_dominance = a.group_dominance;
+  o.group_optimize = a.group_optimize;
+  o.double_incline_ratio = a.double_incline_ratio;
+  if (a.table_first_hop) o.importance_first_hop = false;
   o.time_limit = a.time_limit;
   o.masters = a.masters;
 
@@ -385,6 +395,14 @@ command add_extract(CLI::App& app) {
   a->given_gauss = sub->add_option("--gauss-ratio", a->gauss_ratio,
                                    "Gaussian surface at this share of the clearance (default: the layout's c-ratio, "
                                    "else 0.5)");
+  // Settings that may let the search answer more than the clearance, kept to
+  // measure what they cost; refused without --unsafe-search.
+  sub->add_flag("--unsafe-search", a->unsafe_search, "Allow a search pair or settings that may over-answer the clearance");
+  sub->add_flag("--group-dominance", a->group_dominance, "Dominance piece by piece (unsafe)");
+  sub->add_flag("--group-optimize", a->group_optimize, "Dominance by merged intervals (unsafe)");
+  sub->add_flag("--double-incline-ratio", a->double_incline_ratio, "Ratio 2 for non-cuboid candidates (unsafe)");
+  sub->add_flag("--table-first-hop", a->table_first_hop,
+                "Draw the first hop from the first table instead of by the field's strength");
   return {sub, [a] { return run_extract(*a); }, true};
 }
 

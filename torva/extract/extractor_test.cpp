@@ -35,7 +35,7 @@ std::string window(double lo, double hi, const std::string& extra = "") {
   return buf;
 }
 
-struct fixture : ::testing::Test {
+struct extraction : ::testing::Test {
   testing::log_capture log;
   testing::temp_dir dir;
 
@@ -58,7 +58,7 @@ void expect_agree(double a, double sa, double b, double sb, const std::string& w
 // a cube of half side 1000: a concentric grounded sphere of radius R raises
 // the capacitance by C/(4 pi eps0 R), here at most 0.66/1000 = 0.07%, a third
 // of the 0.2% asked and well under the three standard errors allowed.
-TEST_F(fixture, unit_cube_in_free_space) {
+TEST_F(extraction, unit_cube_in_free_space) {
   extract_options o;
   o.self_precision = 0.002;
   o.threads = 2;
@@ -74,7 +74,7 @@ TEST_F(fixture, unit_cube_in_free_space) {
 // Three wires over a plane: the matrix is symmetric within its errors, every
 // row balances with ground, couplings are negative; the same seed gives the
 // same matrix on one thread and on three.
-TEST_F(fixture, matrix_laws_and_reproducibility) {
+TEST_F(extraction, matrix_laws_and_reproducibility) {
   const std::string body = window(0, 10) + block("plane", 0.5, 0.5, 0.5, 9, 9, 0.5) +
                            block("a", 1, 3, 2, 8, 1, 1) + block("b", 1, 4.6, 2, 8, 1, 1) +
                            block("c", 1, 6.2, 2.5, 8, 1, 1);
@@ -105,7 +105,7 @@ TEST_F(fixture, matrix_laws_and_reproducibility) {
 
 // Scaling every length by k scales C by k; a permittivity that fills the
 // window multiplies it; two close plates approach eps A / d from above.
-TEST_F(fixture, scaling_permittivity_and_plates) {
+TEST_F(extraction, scaling_permittivity_and_plates) {
   extract_options o;
   o.self_precision = 0.01;
   o.coupling_precision = 0.02;

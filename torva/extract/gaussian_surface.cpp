@@ -1,6 +1,7 @@
 #include "torva/extract/internal/gaussian_surface.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
 #include <string>
@@ -45,6 +46,7 @@ gaussian_point gaussian_surface::sample(internal::walk_random& rng) const noexce
   gaussian_point p;
   p.axis = face.axis;
   p.side = face.side;
+  p.free = face.free;
   const int a1 = (face.axis + 1) % 3, a2 = (face.axis + 2) % 3;
   p.at[face.axis] = face.plane;
   p.at[a1] = face.lo[0] + (face.hi[0] - face.lo[0]) * rng.uniform();
@@ -93,6 +95,9 @@ gaussian_surface build_gaussian_surface(const circuit_layout& layout, const wire
       }
   }
   s.gap = std::numeric_limits<double>::infinity();
+  // Per grown box: its growth on each side, and its clearance to other nets less its largest growth.
+  std::vector<std::array<double, 6>> growth;
+  std::vector<double> room;
   for (std::size_t i = 0; i < pieces.size(); ++i) {
     const cuboid_t& c = pieces[i];
     if (!(clearance[i] > 0.0)) {
@@ -101,6 +106,7 @@ gaussian_surface build_gaussian_surface(const circuit_layout& layout, const wire
     }
     // Per side: the clearance, and on that side the wall of the window.
     cuboid_t grown = c;
+    std::array<double, 6> g6{};
     for (int k = 0; k < 3; ++k) {
       const double below = c.lower[k].value - window.lower[k].value;
       const double above = window.upper[k].value - c.upper[k].value;
@@ -113,6 +119,8 @@ gaussian_surface build_gaussian_surface(const circuit_layout& layout, const wire
       const double reach = std::min(clearance[i], longest);
       const double g_below = settings.ratio * std::min(reach, std::max(below, 0.0));
       const double g_above = settings.ratio * std::min(reach, std::max(above, 0.0));
+      g6[std::size_t(2 * k)] = g_below;
+      g6[std::size_t(2 * k + 1)] = g_above;
       grown.lower[k] = c.lower[k].value - g_below;
       grown.upper[k] = c.upper[k].value + g_above;
       // A face on a Neumann wall carries no flux; below it leaves no gap.
@@ -120,6 +128,8 @@ gaussian_surface build_gaussian_surface(const circuit_layout& layout, const wire
       if (g_above > 0.0) s.gap = std::min(s.gap, g_above);
     }
     s.boxes.push_back(grown);
+    growth.push_back(g6);
+    room.push_back(clearance[i] - *std::max_element(g6.begin(), g6.end()));
   }
 
   // Six faces a box, less those on a Neumann wall (no flux crosses it).
@@ -140,6 +150,12 @@ gaussian_surface build_gaussian_surface(const circuit_layout& layout, const wire
         f.lo[1] = b.lower[a2].value;
         f.hi[1] = b.upper[a2].value;
         f.area = (f.hi[0] - f.lo[0]) * (f.hi[1] - f.lo[1]);
+        // A boundary point of the face lies its side's growth from its own
+        // piece, outside every other grown box (so at least the least growth
+        // from the master's other pieces), and no nearer the other nets than
+        // the piece's clearance less its growth: a cube of this half size
+        // about it holds no conductor, whatever the search answers.
+        f.free = std::min({growth[i][std::size_t(2 * axis + (side > 0 ? 1 : 0))], s.gap, room[i]});
         if (!(f.area > 0.0)) continue;
         for (std::size_t o = 0; o < s.boxes.size(); ++o) {
           if (o == i) continue;

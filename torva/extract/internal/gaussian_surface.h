@@ -22,6 +22,7 @@ struct gaussian_face {
   double plane = 0.0;       // its coordinate along the axis
   double lo[2]{}, hi[2]{};  // extent along (axis+1)%3 and (axis+2)%3
   double area = 0.0;
+  double free = 0.0;        // no conductor lies nearer than this to any boundary point of the face
   std::vector<int> others;  // boxes of the union that touch the face
 };
 
@@ -30,6 +31,7 @@ struct gaussian_point {
   int axis = 0;
   int side = 1;
   bool on_boundary = true;  // false: inside the union, weight zero
+  double free = 0.0;        // a lower bound of the clearance there (walls aside)
 };
 
 struct gaussian_surface {

@@ -85,6 +85,18 @@ inline double fold(double x, double lo, double hi) noexcept {
 
 }  // namespace internal
 
+// How far a cube about p may reach before a grounded wall or an interface.
+template <class Medium>
+inline double bound_by_walls(const walk_setup& s, const Medium& medium, const point3& p) noexcept {
+  double limit = medium.interface_distance(p);
+  if (s.dirichlet)
+    for (int k = 0; k < 3; ++k) {
+      limit = std::min(limit, p[k].value - s.window.lower[k].value);
+      limit = std::min(limit, s.window.upper[k].value - p[k].value);
+    }
+  return limit;
+}
+
 // The largest conductor-free cube about p (its half size), and the end of the
 // walk when p lies within the stop distance of a conductor or a grounded wall.
 template <class Medium>
@@ -132,6 +144,10 @@ inline walk_end walk_once(const walk_setup& s, const Medium& medium, const gauss
   point3 p = start.at;
   int ended = walk_setup::nowhere;
   double d = free_half_size(s, medium, p, w, ended);
+  // The search may answer less than the surface's own bound near the edge of
+  // a list's scope; the first hop's weight goes as one over the cube's size,
+  // so the larger of the two sure sizes is taken (walls and interfaces still cap it).
+  if (ended == walk_setup::nowhere && start.free > d) d = std::min(start.free, bound_by_walls(s, medium, p));
   if (ended != walk_setup::nowhere || !(d > 0.0)) {
     // The surface lies farther than the stop distance from everything, so
     // this happens only where the surface could not be placed well.

@@ -152,6 +152,59 @@ void row_errors(const master_sums& sums, std::size_t self, double& self_rel, dou
   }
 }
 
+
+// Same solid, same place: the key and the test of two blocks that coincide.
+bool same_solid(const wire_block& a, const wire_block& b) {
+  if (a.shape_kind != b.shape_kind) return false;
+  for (int k = 0; k < 3; ++k)
+    if (a.outer_box.lower[k].value != b.outer_box.lower[k].value ||
+        a.outer_box.upper[k].value != b.outer_box.upper[k].value)
+      return false;
+  if (a.shape_kind == shape_cuboid) return true;
+  if (a.shape_kind == shape_cylinder)
+    return a.cylinder().radius.value == b.cylinder().radius.value &&
+           a.cylinder().half_height.value == b.cylinder().half_height.value;
+  const nprism_t &p = a.prism(), &q = b.prism();
+  if (p.size != q.size) return false;
+  for (std::uint64_t i = 0; i < p.size && i < 8; ++i)
+    if (p.points[i][0].value != q.points[i][0].value || p.points[i][1].value != q.points[i][1].value) return false;
+  return true;
+}
+
+// Blocks that repeat another of their net are dropped from the search (they
+// add nothing but depth to a tree); blocks of two nets that coincide short
+// the nets, and the layout is refused.
+void merge_duplicates(circuit_layout& layout, extract_result& result) {
+  std::unordered_map<std::uint64_t, std::vector<const wire_block*>> seen;
+  std::vector<const wire_block*> kept;
+  std::size_t dropped = 0;
+  for (const wire_block* b : layout.blocks) {
+    std::uint64_t h = b->shape_kind;
+    for (int k = 0; k < 3; ++k) {
+      h = h * 1000003u ^ std::hash<double>{}(b->outer_box.lower[k].value);
+      h = h * 1000003u ^ std::hash<double>{}(b->outer_box.upper[k].value);
+    }
+    bool repeat = false;
+    for (const wire_block* o : seen[h]) {
+      if (!same_solid(*o, *b)) continue;
+      if (o->net != b->net)
+        refuse("nets " + o->net->name + " and " + b->net->name +
+               " have coincident blocks: they would be one conductor");
+      repeat = true;
+      break;
+    }
+    if (repeat) {
+      ++dropped;
+      continue;
+    }
+    seen[h].push_back(b);
+    kept.push_back(b);
+  }
+  if (dropped == 0) return;
+  layout.blocks = std::move(kept);
+  warn(result, std::to_string(dropped) + " blocks repeat another block of their net and were merged into it");
+}
+
 }  // namespace
 
 extract_options extract_options_from_layout(const circuit_layout& layout) {
@@ -176,6 +229,7 @@ extract_result extract(circuit_layout& layout, const extract_options& options) {
   if (!(options.gauss_ratio > 0 && options.gauss_ratio < 1)) refuse("the Gaussian surface ratio must lie in (0, 1)");
   if (!(options.stop_ratio > 0 && options.stop_ratio < 1)) refuse("the stop ratio must lie in (0, 1)");
   if (data.wire_nets.empty() || layout.blocks.empty()) refuse("the layout has no conductors");
+  merge_duplicates(layout, result);
   for (const wire_net& n : data.wire_nets)
     if (n.floating)
       refuse("net " + n.name + " is floating: the extractor does not model floating conductors yet");

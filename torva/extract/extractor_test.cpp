@@ -5,11 +5,14 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdlib>
+#include <vector>
 #include <fstream>
 #include <numbers>
 #include <string>
 
 #include "torva/extract/extractor.h"
+#include "torva/foundation/errors.h"
 #include "torva/layout/cap3d_parser.h"
 #include "torva_testing/log_capture.h"
 
@@ -126,6 +129,72 @@ TEST_F(extraction, scaling_permittivity_and_plates) {
   const extract_result oxide =
       run(plates(1) + "<plate_medium> name ox z_top 20 diel 3.9 </plate_medium>\n", o);
   expect_agree(-oxide.matrix[0][1] / 3.9, oxide.stderr_matrix[0][1] / 3.9, c, sc, "permittivity 3.9");
+}
+
+
+// What users meet: a net drawn as 30 copies of one block (merged, with a
+// warning), two nets drawn on the same spot (refused), and round pads written
+// as 128-sided polygons beside a thousand wires, extracted within a memory
+// budget of 1 GiB for the whole test process.
+TEST_F(extraction, coincident_blocks_and_round_pads) {
+  extract_options o;
+  o.max_walks = 3000;
+  o.threads = 2;
+  std::string stack = window(0, 10) + block("w", 1, 1, 1, 8, 1, 1);
+  stack += "<conductor> name stack";
+  for (int i = 0; i < 30; ++i) stack += " <block> basepoint(3,5,3) v1(2,0,0) v2(0,2,0) hvector(0,0,2) </block>";
+  stack += " </conductor>\n";
+  const extract_result merged = run(stack, o);
+  EXPECT_NE(merged.warnings.size(), 0u);
+  EXPECT_NE(log.warning().find("merged"), std::string::npos);
+  EXPECT_GT(merged.matrix[0][0], 0.0);
+  EXPECT_THROW(run(window(0, 10) + block("a", 3, 3, 3, 2, 2, 2) + block("b", 3, 3, 3, 2, 2, 2), o), sea::fatal_error);
+  EXPECT_NE(log.error().find("coincident"), std::string::npos);
+
+  std::string pads = window(0, 120);
+  for (int p = 0; p < 2; ++p) {
+    pads += "<conductor> name pad" + std::to_string(p) +
+            " <poly> basepoint(0,0,5) v1(1,0,0) v2(0,1,0) hvector(0,0,1) <coord>";
+    for (int k = 0; k < 128; ++k) {
+      const double a = 2 * std::numbers::pi * k / 128;
+      char v[64];
+      std::snprintf(v, sizeof v, " (%.9f,%.9f)", 30 + 80 * p + 8 * std::cos(a), 60 + 8 * std::sin(a));
+      pads += v;
+    }
+    pads += " </coord> </poly> </conductor>\n";
+  }
+  for (int w = 0; w < 1000; ++w) pads += block("w" + std::to_string(w), 2 + (w % 50) * 2.3, 2 + (w / 50) * 1.2, 2, 1, 0.5, 0.5);
+  o.masters = {"pad0"};
+  const extract_result r = run(pads, o);
+  EXPECT_GT(r.matrix[0][0], 0.0);
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);)
+    if (line.rfind("VmHWM:", 0) == 0) EXPECT_LT(std::stol(line.substr(6)), 1l << 20) << line;  // kB
+}
+
+
+// Search pairs answer differently (one list gives the clearance itself, the
+// hybrid grid often less), so their walks differ; the estimates must not.
+TEST_F(extraction, search_pairs_agree_on_a_prism_heavy_layout) {
+  const char* root = std::getenv("TORVA_SOURCE_DIR");
+  ASSERT_NE(root, nullptr);
+  extract_options o;
+  o.self_precision = 0.01;
+  o.coupling_precision = 1.0;
+  o.threads = 2;
+  o.masters = {"tee", "slant"};
+  std::vector<extract_result> runs;
+  for (int pair : {3, 5}) {
+    circuit_layout layout;
+    Cap3dParser parser(layout.data, 4, true, false);
+    ASSERT_TRUE(parser.parse(std::string(root) + "/examples/polygons.cap3d", ""));
+    o.spacemgr_type = pair;
+    runs.push_back(extract(layout, o));
+  }
+  for (std::size_t i = 0; i < 2; ++i)
+    for (std::size_t j = 0; j < runs[0].nets.size(); ++j)
+      expect_agree(runs[0].matrix[i][j], runs[0].stderr_matrix[i][j], runs[1].matrix[i][j], runs[1].stderr_matrix[i][j],
+                   runs[0].masters[i] + " to " + runs[0].nets[j]);
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 //   build-rel/bench/extract_benchmark [--sizes=10000,100000] [--repetitions=3]
 //                                     [--walks=200000] [--precision=0.01]
 //                                     [--only=walks|precision] [--threads=1,2]
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -52,62 +53,38 @@ double median(std::vector<double> v) {
   return n == 0 ? 0.0 : n % 2 ? v[n / 2] : 0.5 * (v[n / 2 - 1] + v[n / 2]);
 }
 
-std::string load_average() {
-  char text[128] = "?";
-  if (FILE* f = std::fopen("/proc/loadavg", "r")) {
-    if (std::fgets(text, sizeof text, f) == nullptr) text[0] = '\0';
-    std::fclose(f);
-  }
-  std::string s(text);
-  while (!s.empty() && s.back() == '\n') s.pop_back();
-  return s;
-}
-
-// CPU time in clock ticks: of the whole machine (busy, not idle) and of this process.
-struct cpu_ticks {
+// Busy CPU seconds of the whole machine and of this process.
+struct cpu_seconds {
   double machine = 0, own = 0;
-  static cpu_ticks now() {
-    cpu_ticks t;
+  static cpu_seconds now() {
+    cpu_seconds t;
     unsigned long long v[8] = {};
     if (FILE* f = std::fopen("/proc/stat", "r")) {
       if (std::fscanf(f, "cpu %llu %llu %llu %llu %llu %llu %llu %llu", &v[0], &v[1], &v[2], &v[3], &v[4], &v[5],
                       &v[6], &v[7]) == 8)
-        t.machine = double(v[0] + v[1] + v[2] + v[5] + v[6] + v[7]);
+        t.machine = double(v[0] + v[1] + v[2] + v[5] + v[6] + v[7]) / double(sysconf(_SC_CLK_TCK));
       std::fclose(f);
     }
-    unsigned long long user = 0, sys = 0;
-    if (FILE* f = std::fopen("/proc/self/stat", "r")) {
-      // Fields 14 and 15 follow the command name, which ends at the last ')'.
-      char line[1024];
-      if (std::fgets(line, sizeof line, f) != nullptr)
-        if (const char* c = std::strrchr(line, ')'))
-          std::sscanf(c + 2, "%*c %*d %*d %*d %*d %*d %*u %*u %*u %*u %*u %llu %llu", &user, &sys);
-      std::fclose(f);
-    }
-    t.own = double(user + sys);
+    rusage u{};
+    getrusage(RUSAGE_SELF, &u);
+    t.own = double(u.ru_utime.tv_sec + u.ru_stime.tv_sec) + 1e-6 * double(u.ru_utime.tv_usec + u.ru_stime.tv_usec);
     return t;
   }
 };
 
-// The share of the machine's cores that other processes kept busy since `t`:
-// on two cores, anything else running skews the two-thread figures first.
-double others_share(const cpu_ticks& t, double seconds) {
-  const cpu_ticks u = cpu_ticks::now();
+// The share of the cores that other processes kept busy since `t`: on two
+// cores, anything else running skews the two-thread figures first.
+double others_share(const cpu_seconds& t, double seconds) {
+  const cpu_seconds u = cpu_seconds::now();
   const double cores = std::max(1u, std::thread::hardware_concurrency());
-  const double ticks = double(sysconf(_SC_CLK_TCK)) * seconds * cores;
-  return ticks > 0 ? std::max(0.0, (u.machine - t.machine) - (u.own - t.own)) / ticks : 0.0;
+  return seconds > 0 ? std::max(0.0, (u.machine - t.machine) - (u.own - t.own)) / (seconds * cores) : 0.0;
 }
 
 // The grid benchmark's layout of `size` blocks, written as text.
 void write_layout(std::uint64_t size, const std::string& path) {
-  generator_params params;
-  params.kind = layout_kind::crossing;
-  params.blocks = size;
-  params.layers = 4;
-  params.polygon_share = 0.05;
-  params.cylinder_share = 0.05;
-  params.seed = 7;
-  write_text_file(generate_layout(params), path);
+  write_text_file(generate_layout(generator_params{.kind = layout_kind::crossing, .blocks = size, .layers = 4,
+                                                   .polygon_share = 0.05, .cylinder_share = 0.05, .seed = 7}),
+                  path);
 }
 
 // Reads the text as `torva extract` does (four incline slices, no floating
@@ -133,24 +110,19 @@ struct run_figures {
 run_figures run_once(const std::string& path, const std::string& master, int threads, bool fixed,
                      testing::log_capture& logs) {
   run_figures f;
-  const cpu_ticks ticks = cpu_ticks::now();
+  const cpu_seconds cpu = cpu_seconds::now();
   const auto t0 = clock_type::now();
   circuit_layout layout;
   f.read = read_layout(path, layout);
   extract_options o;
   o.masters = {master};
   o.threads = threads;
-  o.seed = 1;
-  if (fixed) {
-    o.max_walks = options.walks;
-    o.self_precision = 1e-9;
-  } else {
-    o.self_precision = options.precision;
-  }
-  o.coupling_precision = 1.0;  // only the self error decides
+  o.max_walks = fixed ? options.walks : 0;
+  o.self_precision = fixed ? 1e-9 : options.precision;  // a fixed count: too tight to stop the walks first
+  o.coupling_precision = 1.0;                            // only the self error decides
   const extract_result r = extract(layout, o);
   f.total = since(t0);
-  f.others = others_share(ticks, f.total);
+  f.others = others_share(cpu, f.total);
   f.setup = r.setup_seconds;
   f.walking = r.seconds;
   f.walks = double(r.walks.at(0));
@@ -161,41 +133,38 @@ run_figures run_once(const std::string& path, const std::string& master, int thr
   return f;
 }
 
-struct summary {
-  double read, setup, walking, total, walks, hops, self_error, others_max;
-  std::string stopped_by;
-};
+// Medians of the runs' figures, and the most that other processes used of the cores meanwhile.
+struct summary : run_figures {};
 
 summary measure(const std::string& path, const std::string& master, int threads, bool fixed,
                 testing::log_capture& logs) {
-  std::vector<double> read, setup, walking, total, walks, hops, error;
-  std::string stopped_by;
-  double others_max = 0;
+  std::vector<run_figures> runs;
   for (int k = 0; k < options.repetitions; ++k) {
-    const run_figures f = run_once(path, master, threads, fixed, logs);
-    read.push_back(f.read);
-    setup.push_back(f.setup);
-    walking.push_back(f.walking);
-    total.push_back(f.total);
-    walks.push_back(f.walks);
-    hops.push_back(f.hops);
-    error.push_back(f.self_error);
-    stopped_by = f.stopped_by;
-    others_max = std::max(others_max, f.others);
+    const run_figures& f = runs.emplace_back(run_once(path, master, threads, fixed, logs));
     std::printf("  %-9s t=%d rep %d: read %.3f s, setup %.3f s, walking %.3f s, total %.3f s, %.0f walks, "
                 "%.2f hops/walk, self error %.4f (%s), others used %.0f%% of the cores\n",
                 fixed ? "walks" : "precision", threads, k + 1, f.read, f.setup, f.walking, f.total, f.walks,
                 f.walks > 0 ? f.hops / f.walks : 0.0, f.self_error, f.stopped_by.c_str(), 100 * f.others);
     std::fflush(stdout);
   }
-  return summary{median(read), median(setup),  median(walking),  median(total),
-                 median(walks), median(hops), median(error), others_max, stopped_by};
+  auto middle = [&](double run_figures::*m) {
+    std::vector<double> v;
+    for (const run_figures& f : runs) v.push_back(f.*m);
+    return median(v);
+  };
+  summary s;
+  for (double run_figures::*m : {&run_figures::read, &run_figures::setup, &run_figures::walking, &run_figures::total,
+                                 &run_figures::walks, &run_figures::hops, &run_figures::self_error})
+    s.*m = middle(m);
+  for (const run_figures& f : runs) s.others = std::max(s.others, f.others);
+  s.stopped_by = runs.back().stopped_by;
+  return s;
 }
 
 std::string busy_note(const summary& s) {
-  if (s.others_max < 0.05) return "";
+  if (s.others < 0.05) return "";
   char text[64];
-  std::snprintf(text, sizeof text, "  (busy: others up to %.0f%% of the cores)", 100 * s.others_max);
+  std::snprintf(text, sizeof text, "  (busy: others up to %.0f%% of the cores)", 100 * s.others);
   return text;
 }
 
@@ -210,15 +179,14 @@ void bench_size(std::uint64_t size, testing::log_capture& logs) {
     read_layout(path, layout);
     const auto& nets = layout.data.wire_nets;
     master = nets[nets.size() / 2].name;
-    std::printf("\n-- %llu blocks: %zu nets, master %s; load average %s\n", (unsigned long long)size, nets.size(),
-                master.c_str(), load_average().c_str());
+    std::printf("\n-- %llu blocks: %zu nets, master %s\n", (unsigned long long)size, nets.size(), master.c_str());
   }
   std::vector<summary> fixed, to_goal;
   for (std::uint64_t t : options.threads) {
     if (options.fixed) fixed.push_back(measure(path, master, int(t), true, logs));
     if (options.to_goal) to_goal.push_back(measure(path, master, int(t), false, logs));
   }
-  std::printf("medians, %llu blocks (load average now %s):\n", (unsigned long long)size, load_average().c_str());
+  std::printf("medians, %llu blocks:\n", (unsigned long long)size);
   for (std::size_t i = 0; i < fixed.size(); ++i) {
     const summary& s = fixed[i];
     const double t = double(options.threads[i]);
@@ -228,7 +196,7 @@ void bench_size(std::uint64_t size, testing::log_capture& logs) {
   }
   for (std::size_t i = 0; i < to_goal.size(); ++i) {
     const summary& s = to_goal[i];
-    std::printf("  precision t=%llu: read %.3f + setup %.3f + walking %.3f s = %.3f s (whole call %.3f s), "
+    std::printf("  precision t=%llu: read %.3f + setup %.3f + walking %.3f s = %.3f s (file to result %.3f s), "
                 "%.0f walks, self error %.4f, stopped by %s%s%s\n",
                 (unsigned long long)options.threads[i], s.read, s.setup, s.walking, s.read + s.setup + s.walking,
                 s.total, s.walks, s.self_error, s.stopped_by.c_str(),
@@ -246,17 +214,13 @@ void bench_size(std::uint64_t size, testing::log_capture& logs) {
                 speedup(to_goal));
 }
 
-std::vector<std::uint64_t> parse_list(const char* text) {
+std::vector<std::uint64_t> parse_list(const char* s) {
   std::vector<std::uint64_t> values;
-  const char* s = text;
-  while (*s != '\0') {
-    char* end = nullptr;
+  for (char* end = nullptr;; s = end + 1) {
     const unsigned long long v = std::strtoull(s, &end, 10);
-    if (end == s) break;
-    if (v > 0) values.push_back(v);
-    s = *end == ',' ? end + 1 : end;
+    if (end != s && v > 0) values.push_back(v);
+    if (*end != ',') return values;
   }
-  return values;
 }
 
 void parse_flags(int argc, char** argv) {

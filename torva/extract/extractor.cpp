@@ -175,7 +175,11 @@ extract_result extract(circuit_layout& layout, const extract_options& options) {
   result.has_ground = dirichlet;
   if (dirichlet) {
     setup.ground = int(result.nets.size());
-    result.nets.push_back("GROUND");
+    // A net may be called GROUND itself; the window's column must not share its name.
+    std::string ground = "GROUND";
+    while (std::find(result.nets.begin(), result.nets.end(), ground) != result.nets.end()) ground += "_WINDOW";
+    if (ground != "GROUND") warn(result, "a net is named GROUND: the grounded window's column is " + ground);
+    result.nets.push_back(ground);
   }
   const std::size_t columns = result.nets.size();
 
@@ -203,19 +207,6 @@ extract_result extract(circuit_layout& layout, const extract_options& options) {
   result.stop_distance = options.stop_ratio * smallest_edge;
   if (!(result.stop_distance > 0)) refuse("a conductor block has no extent");
 
-  // The search space ends a margin beyond its box (the critical box under a
-  // Dirichlet window, else the window), and a list near that edge answers no
-  // farther than the edge: a first hop there would take a tiny cube and a
-  // huge weight. Under a Neumann window a walker is folded back at the walls,
-  // so its cube may reach past them, and a space that ends at the walls would
-  // hold walkers by the wall for thousands of hops. A margin of a tenth of the
-  // window (a twentieth under Dirichlet) keeps both away.
-  {
-    double longest = 0.0;
-    for (int k = 0; k < 3; ++k) longest = std::max(longest, data.window.upper[k].value - data.window.lower[k].value);
-    layout.space_margin = std::max(layout.space_margin, (dirichlet ? 0.05 : 0.1) * longest);
-  }
-
   // The search structure: a pair that never answers more than the clearance.
   configure config;
   config.use_critical_box = dirichlet;
@@ -229,6 +220,16 @@ extract_result extract(circuit_layout& layout, const extract_options& options) {
   if ((options.group_dominance || options.group_optimize || options.double_incline_ratio) && !options.allow_unsafe_search)
     refuse("the dominance and ratio settings may over-answer the clearance; they need the unsafe-search option");
   result.spacemgr_type = config.spacemgr_type;
+  // One list answers no farther than the edge of the search space. Under a
+  // Neumann window a walker is folded back at the walls and its cube may
+  // reach past them, so a space that ended at the walls would hold walkers by
+  // the wall for thousands of hops: there the list's space reaches a tenth of
+  // the window beyond it. (The grids size their cells by this margin and keep it.)
+  if (!dirichlet && config.spacemgr_type == 3) {
+    double longest = 0.0;
+    for (int k = 0; k < 3; ++k) longest = std::max(longest, data.window.upper[k].value - data.window.lower[k].value);
+    layout.space_margin = std::max(layout.space_margin, 0.1 * longest);
+  }
   space_manager space;
   space.initialize(config, layout);
 
@@ -285,13 +286,24 @@ extract_result extract(circuit_layout& layout, const extract_options& options) {
       // One round: blocks [next_block, next_block + round), taken by the threads in turn.
       std::vector<block_out> blocks(round);
       std::atomic<std::uint64_t> take{0}, walked{0};
-      std::atomic<int> running{threads};
       const std::uint64_t base = next_block;
       const std::uint64_t cap = options.max_walks;
       const std::uint64_t before = sums.samples;
-      auto work = [&] {
+      auto last_report = clock_type::now();
+      auto work = [&](bool caller) {
         walker_state state;
         for (;;) {
+          if (caller && options.progress && clock_type::now() - last_report > std::chrono::milliseconds(100)) {
+            last_report = clock_type::now();
+            extract_progress p;
+            p.master = mi;
+            p.master_count = masters.size();
+            p.walks = before + walked.load(std::memory_order_relaxed);
+            p.self_error = self_rel;
+            p.goal = options.self_precision;
+            p.seconds = std::chrono::duration<double>(last_report - run_start).count();
+            options.progress(p);
+          }
           const std::uint64_t k = take.fetch_add(1);
           if (k >= round) break;
           if (timed && clock_type::now() >= deadline) break;
@@ -305,23 +317,11 @@ extract_result extract(circuit_layout& layout, const extract_options& options) {
           out.done = true;
           walked.fetch_add(count, std::memory_order_relaxed);
         }
-        running.fetch_sub(1);
       };
+      // The calling thread walks too, and reports progress between its blocks.
       std::vector<std::thread> pool;
-      for (int t = 0; t < threads; ++t) pool.emplace_back(work);
-      while (running.load() > 0) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        if (options.progress) {
-          extract_progress p;
-          p.master = mi;
-          p.master_count = masters.size();
-          p.walks = before + walked.load(std::memory_order_relaxed);
-          p.self_error = self_rel;
-          p.goal = options.self_precision;
-          p.seconds = std::chrono::duration<double>(clock_type::now() - run_start).count();
-          options.progress(p);
-        }
-      }
+      for (int t = 1; t < threads; ++t) pool.emplace_back(work, false);
+      work(true);
       for (std::thread& t : pool) t.join();
       for (const block_out& b : blocks)
         for (const walk_end& e : b.ends) sums.add(e);

@@ -25,7 +25,13 @@
 namespace torva::internal {
 
 inline std::uint32_t choose_search(const circuit_layout& layout, int requested, bool allow_unsafe) {
-  if (requested < 0 || requested == 10) return layout.blocks.size() < 50 ? 3 : 9;
+  // One list serves small layouts; under a Neumann window it serves up to a
+  // few thousand blocks, since the plain grid would hold walkers in its
+  // million small cells (and at the box it measures from outside).
+  if (requested < 0 || requested == 10) {
+    const std::size_t one_list = layout.data.boundary == 1 ? 50 : 2000;
+    return layout.blocks.size() < one_list ? 3 : 9;
+  }
   if (requested > 10) {
     const std::string m = "search pair " + std::to_string(requested) + " does not exist (0 to 10)";
     logger::instance().error->print(("ERROR: " + m + "\n").c_str());

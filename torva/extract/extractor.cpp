@@ -240,7 +240,7 @@ extract_result extract(circuit_layout& layout, const extract_options& options) {
   setup.dirichlet = dirichlet;
   setup.critical = data.critical_box;
   setup.stop = result.stop_distance;
-  setup.sampler.cdf = first.first_table;
+  setup.sampler.build(first.first_table);
   const auto importance = std::make_unique<internal::first_hop_sampler>(first.first_table);
   if (options.importance_first_hop) setup.first_hop = importance.get();
   const homogeneous_medium medium{result.permittivity};

@@ -27,6 +27,7 @@ struct first_hop_sampler {
   double normal_mass = 0.0;    // of one whole face normal to the derivative
   double tangent_mass = 0.0;   // of one whole face along it
   double total = 0.0;          // K: of the whole surface
+  table_guide normal_guide, tangent_x_guide, tangent_y_guide;
 
   explicit first_hop_sampler(const double* first_table) noexcept {
     double nx = 0, tx = 0, ty = 0, before = 0;
@@ -50,7 +51,14 @@ struct first_hop_sampler {
     // The x and y masses of a face are equal by symmetry; their mean evens out the table's rounding.
     tangent_mass = 2 * (tx + ty);
     total = 2 * normal_mass + 4 * tangent_mass;
+    normal_guide.build(normal_cdf);
+    tangent_x_guide.build(tangent_x_cdf);
+    tangent_y_guide.build(tangent_y_cdf);
   }
+
+  // Not copied: the guides point into this object's own tables.
+  first_hop_sampler(const first_hop_sampler&) = delete;
+  first_hop_sampler& operator=(const first_hop_sampler&) = delete;
 
   // An exit of the cube [-1,1]^3 for a start moved along `side` * `axis`, and
   // the derivative's sign there (the weight is sign * total).
@@ -61,12 +69,12 @@ struct first_hop_sampler {
     cube_exit e;
     e.sign[0] = (r2 & 1) ? 1 : -1;
     e.sign[1] = (r2 & 2) ? 1 : -1;
-    const double* cdf;
+    const table_guide* guide;
     if (u < 2 * normal_mass) {
       e.axis = axis;
       e.side = u < normal_mass ? side : -side;  // the face ahead of the move gains
       sign = e.side == side ? 1 : -1;
-      cdf = normal_cdf;
+      guide = &normal_guide;
     } else {
       const int k = std::min(3, int((u - 2 * normal_mass) / tangent_mass));
       e.axis = (axis + 1 + (k >> 1)) % 3;
@@ -74,14 +82,13 @@ struct first_hop_sampler {
       // Along the move the density gains where the coordinate is positive.
       if (axis == (e.axis + 1) % 3) {
         sign = side * e.sign[0];
-        cdf = tangent_x_cdf;
+        guide = &tangent_x_guide;
       } else {
         sign = side * e.sign[1];
-        cdf = tangent_y_cdf;
+        guide = &tangent_y_guide;
       }
     }
-    int cell = int(std::upper_bound(cdf, cdf + 1024, v) - cdf);
-    e.cell = cell > 1023 ? 1023 : cell;
+    e.cell = guide->find(v);
     constexpr double to_unit = 0x1.0p-32;
     const double fx = double((r2 >> 2) & 0xFFFFFFFFu) * to_unit;
     const double fy = double(r2 >> 34) * 0x1.0p-30;

@@ -14,6 +14,7 @@
 #include "torva/extract/internal/row_statistics.h"
 #include "torva/extract/internal/search_choice.h"
 #include "torva/extract/internal/walk.h"
+#include "torva/extract/internal/refuse.h"
 #include "torva/foundation/errors.h"
 #include "torva/foundation/logger.h"
 #include "torva/space/layout_fields.h"
@@ -33,12 +34,7 @@ constexpr std::uint64_t first_round_blocks = 16;
 // No error is trusted from fewer walks than this.
 constexpr std::uint64_t min_walks_for_test = 2000;
 
-[[noreturn]] void refuse(const std::string& message) {
-  sea::writer& err = *logger::instance().error;
-  err.print(("ERROR: " + message + "\n").c_str());
-  err.flush();
-  throw sea::fatal_error(message.c_str());
-}
+using internal::refuse;
 
 struct block_out {
   std::vector<walk_end> ends;

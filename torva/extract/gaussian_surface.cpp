@@ -6,6 +6,7 @@
 #include <limits>
 #include <string>
 
+#include "torva/extract/internal/refuse.h"
 #include "torva/foundation/errors.h"
 #include "torva/foundation/logger.h"
 
@@ -29,12 +30,7 @@ double box_gap(const cuboid_t& a, const cuboid_t& b) {
   return g;
 }
 
-[[noreturn]] void refuse(const std::string& message) {
-  sea::writer& err = *logger::instance().error;
-  err.print(("ERROR: " + message + "\n").c_str());
-  err.flush();
-  throw sea::fatal_error(message.c_str());
-}
+using internal::refuse;
 
 }  // namespace
 

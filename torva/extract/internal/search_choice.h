@@ -17,8 +17,7 @@
 #include <cstdint>
 #include <string>
 
-#include "torva/foundation/errors.h"
-#include "torva/foundation/logger.h"
+#include "torva/extract/internal/refuse.h"
 #include "torva/layout/records.h"
 #include "torva/space/space_manager.h"
 
@@ -33,14 +32,10 @@ inline std::uint32_t choose_search(const circuit_layout& layout, int requested, 
     return layout.blocks.size() < one_list ? 3 : 9;
   }
   if (requested > 10) {
-    const std::string m = "search pair " + std::to_string(requested) + " does not exist (0 to 10)";
-    logger::instance().error->print(("ERROR: " + m + "\n").c_str());
-    throw sea::fatal_error(m.c_str());
+    refuse("search pair " + std::to_string(requested) + " does not exist (0 to 10)");
   }
   if (requested == 7 && !allow_unsafe) {
-    const std::string m = "search pair 7 (hybrid-grid) may answer more than the clearance; it needs the unsafe-search option";
-    logger::instance().error->print(("ERROR: " + m + "\n").c_str());
-    throw sea::fatal_error(m.c_str());
+    refuse("search pair 7 (hybrid-grid) may answer more than the clearance; it needs the unsafe-search option");
   }
   return std::uint32_t(requested);
 }

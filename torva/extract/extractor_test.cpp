@@ -169,7 +169,9 @@ TEST_F(extraction, coincident_blocks_and_round_pads) {
   EXPECT_GT(r.matrix[0][0], 0.0);
   std::ifstream status("/proc/self/status");
   for (std::string line; std::getline(status, line);)
-    if (line.rfind("VmHWM:", 0) == 0) EXPECT_LT(std::stol(line.substr(6)), 1l << 20) << line;  // kB
+    if (line.rfind("VmHWM:", 0) == 0) {
+      EXPECT_LT(std::stol(line.substr(6)), 1l << 20) << line;  // kB
+    }
 }
 
 

@@ -393,6 +393,50 @@ TEST_F(cli, convert_round_trips_refuses_to_overwrite_and_cleans_up_after_a_faile
   expect_usage_errors({{"convert", bus}});
 }
 
+TEST_F(cli, a_failed_convert_keeps_the_file_it_would_replace) {
+  const std::string bin = dir.file("bus.bin"), out = dir.file("kept.cap3d");
+  run_ok({"convert", bus, bin});
+  const std::string whole = slurp(bin);
+  write_file(dir.file("cut.bin"), whole.substr(0, whole.size() / 2 + 3));
+  write_file(out, "the old contents\n");
+  const outcome r = run({"convert", dir.file("cut.bin"), out, "--force"});
+  EXPECT_EQ(r.status, 1) << r.err;
+  EXPECT_EQ(slurp(out), "the old contents\n");
+  // A good input does replace it, through the same temporary.
+  run_ok({"convert", bin, out, "--force"});
+  EXPECT_THAT(slurp(out), Not(HasSubstr("the old contents")));
+  std::vector<std::string> names;
+  for (const auto& e : std::filesystem::directory_iterator(dir.path)) names.push_back(e.path().filename().string());
+  std::sort(names.begin(), names.end());
+  EXPECT_EQ(names, (std::vector<std::string>{"bus.bin", "cut.bin", "kept.cap3d", "stderr.txt", "stdout.txt"}))
+      << "no temporary may be left behind";
+}
+
+TEST_F(cli, no_output_may_be_an_input_of_the_same_run) {
+  const std::string layout = dir.file("bus.cap3d"), link = dir.file("link.cap3d");
+  std::filesystem::copy_file(bus, layout);
+  std::filesystem::create_symlink(layout, link);
+  const std::string original = slurp(layout);
+  const std::string dotted = (dir.path / "." / "bus.cap3d").string();
+  for (const auto& args : std::vector<std::vector<std::string>>{{"--log-file", layout, "info", layout},
+                                                                {"--log-file", link, "info", layout},
+                                                                {"--log-file", dotted, "convert", layout, dir.file("b.bin")},
+                                                                {"convert", "--force", layout, link}}) {
+    expect_one_line_failure(args, "(the same file)");
+    EXPECT_EQ(slurp(layout), original) << ::testing::PrintToString(args);
+  }
+  EXPECT_FALSE(std::filesystem::exists(dir.file("b.bin")));
+}
+
+TEST_F(cli, gen_replaces_an_existing_file_only_with_force) {
+  const std::string out = dir.file("old.cap3d");
+  write_file(out, "keep me\n");
+  expect_one_line_failure({"gen", "bus", "--size", "10", out}, "old.cap3d\" exists; give --force");
+  EXPECT_EQ(slurp(out), "keep me\n");
+  run_ok({"gen", "bus", "--size", "10", "--force", out});
+  EXPECT_THAT(run_ok({"info", out}).out, HasSubstr("10 blocks"));
+}
+
 TEST_F(cli, extract_writes_its_reports_and_the_older_command_line_is_the_same_run) {
   const std::string layout = dir.file("bus.cap3d");
   std::filesystem::copy_file(bus, layout);

@@ -185,7 +185,8 @@ command add_bench(CLI::App& app) {
       ->check(CLI::PositiveNumber);
   sub->add_option("--seed", a->seed, "Seed of the walk")->capture_default_str();
   add_index_options(*sub, a->o, false);
-  return {sub, [a] { return run_bench(*a); }};
+  return {sub, [a] { return run_bench(*a); }, false,
+          [a] { return run_files{{{"layout file", a->path}}, {}}; }};
 }
 
 }  // namespace torva::cli

@@ -1,6 +1,8 @@
 // torva convert IN OUT: a text layout to the binary form with the library's
 // writer, or a binary layout to text with the reader's dump. The direction is
-// told by the input's first bytes.
+// told by the input's first bytes. OUT is written beside itself under a
+// temporary name and renamed into place only when it is whole, so a failed
+// conversion leaves an existing OUT as it was.
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -9,6 +11,7 @@
 
 #include "cli_common.h"
 #include "commands.h"
+#include "output_files.h"
 #include "torva/foundation/errors.h"
 #include "torva/layout/binary_writer.h"
 
@@ -26,12 +29,9 @@ struct convert_args {
 };
 
 int run_convert(const convert_args& a) {
+  // That OUT is not IN was checked with the log file, before anything was opened.
   std::error_code ec;
-  if (!a.force && std::filesystem::exists(a.out, ec))
-    throw input_error("\"" + a.out + "\" exists; give --force to replace it");
-  if (std::filesystem::exists(a.in, ec) && std::filesystem::exists(a.out, ec) &&
-      std::filesystem::equivalent(a.in, a.out, ec))
-    throw input_error("the input and the output are the same file");
+  refuse_overwrite(a.out, a.force);
 
   read_options how;
   how.incline_slices = a.incline_slices;
@@ -49,15 +49,12 @@ int run_convert(const convert_args& a) {
   }
 
   if (binary) {
-    // The reader writes the text form while it reads the records.
-    how.dump_file = a.out;
-    loaded_layout in;
-    try {
-      in = read_layout(a.in, how);
-    } catch (const input_error&) {
-      std::filesystem::remove(a.out, ec);  // the dump of a file that failed half way
-      throw;
-    }
+    // The reader writes the text form while it reads the records: a file that
+    // fails half way leaves only the temporary, which goes with `staged`.
+    staged_output staged(a.out);
+    how.dump_file = staged.temp_path();
+    const loaded_layout in = read_layout(a.in, how);
+    staged.commit();
     const auto bytes = std::filesystem::file_size(a.out, ec);
     std::printf("wrote %s: text dump of the binary %s (%zu conductors, %zu blocks), %s, in %s\n", a.out.c_str(),
                 a.in.c_str(), in.layout->data.wire_nets.size(), in.layout->data.wire_blocks.size(),
@@ -70,13 +67,14 @@ int run_convert(const convert_args& a) {
   options.swapped = a.swapped;
   options.note = a.note;
   binary_write_summary summary;
+  staged_output staged(a.out);
   try {
-    summary = write_binary_file(in.layout->data, a.out, options);
+    summary = write_binary_file(in.layout->data, staged.temp_path(), options);
   } catch (const sea::base_error& e) {
     const std::string lines = take_errors();
-    std::filesystem::remove(a.out, ec);  // a half-written file is worse than none
     throw input_error(a.out + ": " + (lines.empty() ? std::string(e.what()) : lines));
   }
+  staged.commit();
   std::printf("wrote %s: binary form of %s (%zu conductors, %zu blocks), %llu records, %s, in %s\n", a.out.c_str(),
               a.in.c_str(), in.layout->data.wire_nets.size(), in.layout->data.wire_blocks.size(),
               (unsigned long long)summary.records, format_bytes(double(summary.bytes)).c_str(),
@@ -99,7 +97,8 @@ command add_convert(CLI::App& app) {
   sub->add_option("--note", a->note, "Binary output: a leading note record that readers skip");
   sub->add_option("--incline-slices", a->incline_slices, "Slices of a text conductor block with a side slope")
       ->capture_default_str();
-  return {sub, [a] { return run_convert(*a); }};
+  return {sub, [a] { return run_convert(*a); }, false,
+          [a] { return run_files{{{"input file", a->in}}, {{"output", a->out}}}; }};
 }
 
 }  // namespace torva::cli

@@ -15,7 +15,6 @@
 // - JSON: only where --json names it.
 // None of them may be the layout itself or one another; the run checks that
 // before it opens anything.
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -28,6 +27,7 @@
 
 #include "cli_common.h"
 #include "commands.h"
+#include "output_files.h"
 #include "torva/extract/extractor.h"
 #include "torva/extract/report.h"
 #include "torva/foundation/logger.h"
@@ -84,63 +84,10 @@ std::string spice_path_of(const std::string& out_file) {
   return out_file + ".sp";
 }
 
-// What tells two spellings of a path apart from one file: the device and inode
-// when the file exists (stat follows symbolic links), and the absolute path
-// with its existing links resolved and its dots removed when it does not.
-struct file_identity {
-  bool exists = false;
-  dev_t dev = 0;
-  ino_t ino = 0;
-  std::filesystem::path resolved;
-  std::filesystem::path normal;
-};
-
-file_identity identify(const std::string& path) {
-  file_identity id;
-  struct stat st {};
-  if (::stat(path.c_str(), &st) == 0) {
-    id.exists = true;
-    id.dev = st.st_dev;
-    id.ino = st.st_ino;
-  }
-  std::error_code ec;
-  const std::filesystem::path absolute = std::filesystem::absolute(path, ec);
-  id.normal = (ec ? std::filesystem::path(path) : absolute).lexically_normal();
-  id.resolved = std::filesystem::weakly_canonical(id.normal, ec);
-  if (ec) id.resolved = id.normal;
-  return id;
-}
-
-bool same_file(const file_identity& a, const file_identity& b) {
-  if (a.exists && b.exists) return a.dev == b.dev && a.ino == b.ino;
-  return a.normal == b.normal || a.resolved == b.resolved;
-}
-
-struct output {
-  const char* role;
-  std::string path;
-};
-
-void refuse_clashes(const std::string& layout, const std::vector<output>& outputs) {
-  const file_identity source = identify(layout);
-  std::vector<file_identity> ids;
-  for (const output& o : outputs) {
-    const file_identity id = identify(o.path);
-    if (same_file(id, source))
-      throw input_error(std::string("refusing to write the ") + o.role + " \"" + o.path +
-                        "\": it is the layout file \"" + layout + "\"");
-    for (std::size_t k = 0; k < ids.size(); ++k)
-      if (same_file(id, ids[k]))
-        throw input_error(std::string("the ") + outputs[k].role + " and the " + o.role + " are the same file \"" +
-                          o.path + "\"; give them different names");
-    ids.push_back(id);
-  }
-}
-
 // A run can last hours: a report that could never be written is said before
 // it starts, not after.
-void check_folders(const std::vector<output>& outputs) {
-  for (const output& o : outputs) {
+void check_folders(const std::vector<named_file>& outputs) {
+  for (const named_file& o : outputs) {
     std::error_code ec;
     std::filesystem::path folder = std::filesystem::path(o.path).parent_path();
     if (folder.empty()) folder = ".";
@@ -260,10 +207,10 @@ int run_extract(const extract_args& a) {
                                : !d.log_file.empty()  ? beside_layout(a.layout, d.log_file)
                                                       : a.layout + ".log";
   const bool spice = given(a.given_spice) ? a.spice : d.spice != 0;
-  std::vector<output> outputs = {{"out-file", out_file}, {"log file", log_file}};
+  std::vector<named_file> outputs = {{"out-file", out_file}, {"log file", log_file}};
   if (!a.json.empty()) outputs.push_back({"JSON file", a.json});
   if (spice) outputs.push_back({"SPICE file", spice_path_of(out_file)});
-  refuse_clashes(a.layout, outputs);
+  refuse_clashes({{"layout file", a.layout}}, outputs);
   check_folders(outputs);
 
   // What the reader said before the log was open goes first into it.
@@ -321,6 +268,9 @@ int run_extract(const extract_args& a) {
     log_line(line);
   }
 
+  // The reports are rewritten on every run without --force: a run names them
+  // beside its layout and is meant to refresh them (the library stages each
+  // one and renames it into place, so a failed write keeps the old one).
   std::vector<std::string> written;
   write_out_file(out_file, a.layout, result);
   written.push_back(out_file);
@@ -403,7 +353,7 @@ command add_extract(CLI::App& app) {
   sub->add_flag("--double-incline-ratio", a->double_incline_ratio, "Ratio 2 for non-cuboid candidates (unsafe)");
   sub->add_flag("--table-first-hop", a->table_first_hop,
                 "Draw the first hop from the first table instead of by the field's strength");
-  return {sub, [a] { return run_extract(*a); }, true};
+  return {sub, [a] { return run_extract(*a); }, true, {}};
 }
 
 }  // namespace torva::cli

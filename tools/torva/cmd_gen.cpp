@@ -1,4 +1,6 @@
 // torva gen KIND OUT: writes a synthetic layout of the library's generator.
+// An existing OUT is replaced only with --force, as by convert, and then only
+// once the new file is whole.
 #include <chrono>
 #include <cstdio>
 #include <map>
@@ -7,6 +9,7 @@
 
 #include "cli_common.h"
 #include "commands.h"
+#include "output_files.h"
 #include "torva/layout/generator.h"
 
 #include "torva/layout/binary_writer.h"
@@ -22,6 +25,7 @@ struct gen_args {
   std::string out;
   generator_params params;
   bool binary = false;
+  bool force = false;
 };
 
 int run_gen(gen_args a) {
@@ -29,13 +33,16 @@ int run_gen(gen_args a) {
       {"bus", layout_kind::bus}, {"crossing", layout_kind::crossing}, {"mixed", layout_kind::mixed}};
   a.params.kind = kinds.at(a.kind);  // checked by the option
 
+  refuse_overwrite(a.out, a.force);
   const auto start = std::chrono::steady_clock::now();
   const generated_layout layout = generate_layout(a.params);
+  staged_output staged(a.out);
   if (a.binary) {
-    write_binary_file(layout, a.out);
+    write_binary_file(layout, staged.temp_path());
   } else {
-    write_text_file(layout, a.out);
+    write_text_file(layout, staged.temp_path());
   }
+  staged.commit();
   std::printf("wrote %s: %s layout, %zu conductors, %zu solids, %zu media, %zu plate media, %s, in %s\n",
               a.out.c_str(), a.kind.c_str(), layout.conductors.size(), layout.solids.size(), layout.media.size(),
               layout.plates.size(), a.binary ? "binary" : "text", format_seconds(seconds_since(start)).c_str());
@@ -53,6 +60,7 @@ command add_gen(CLI::App& app) {
       ->required()
       ->check(CLI::IsMember({"bus", "crossing", "mixed"}));
   sub->add_option("OUT", a->out, "The file to write")->required();
+  sub->add_flag("--force", a->force, "Replace OUT if it exists");
   generator_params& p = a->params;
   sub->add_option("-n,--size", p.blocks, "Conductor segments to make (a polygon may become several blocks)")
       ->capture_default_str()
@@ -72,7 +80,7 @@ command add_gen(CLI::App& app) {
   sub->add_option("--tasks", p.tasks, "Conductors named in <task>")->capture_default_str();
   sub->add_flag("--binary", a->binary,
                 "Write the binary form instead of text (cylinders become blocks of equal area: it has none)");
-  return {sub, [a] { return run_gen(*a); }};
+  return {sub, [a] { return run_gen(*a); }, false, [a] { return run_files{{}, {{"output", a->out}}}; }};
 }
 
 }  // namespace torva::cli

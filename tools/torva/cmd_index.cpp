@@ -186,7 +186,8 @@ command add_index(CLI::App& app) {
   sub->add_option("--samples", a->samples, "Points whose lists are counted")->capture_default_str();
   sub->add_option("--check", a->checks, "Random points checked against brute force")->capture_default_str();
   sub->add_option("--seed", a->seed, "Seed of the random points")->capture_default_str();
-  return {sub, [a] { return run_index(*a); }};
+  return {sub, [a] { return run_index(*a); }, false,
+          [a] { return run_files{{{"layout file", a->path}}, {}}; }};
 }
 
 }  // namespace torva::cli

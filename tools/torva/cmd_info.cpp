@@ -131,7 +131,8 @@ command add_info(CLI::App& app) {
             const loaded_layout in = read_layout(*path, *how);
             print_info(*path, in);
             return exit_ok;
-          }};
+          },
+          false, [path] { return run_files{{{"layout file", *path}}, {}}; }};
 }
 
 }  // namespace torva::cli

@@ -65,7 +65,8 @@ command add_query(CLI::App& app) {
   sub->add_option("--limit", a->limit, "The largest distance of interest")->capture_default_str()->check(
       CLI::PositiveNumber);
   add_index_options(*sub, a->o, true);
-  return {sub, [a] { return run_query(*a); }};
+  return {sub, [a] { return run_query(*a); }, false,
+          [a] { return run_files{{{"layout file", a->path}}, {}}; }};
 }
 
 }  // namespace torva::cli

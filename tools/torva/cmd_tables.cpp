@@ -151,7 +151,8 @@ command add_tables(CLI::App& app) {
   sub->add_option("--walk-scheme", a->walk_scheme, "Walk scheme; above 2 only the first table is taken")
       ->capture_default_str();
   sub->add_flag("--force", a->force, "Go on with an empty stack");
-  return {sub, [a] { return run_tables(*a); }};
+  // Its inputs are folders of tables: a log file named as one cannot be opened.
+  return {sub, [a] { return run_tables(*a); }, false, {}};
 }
 
 }  // namespace torva::cli

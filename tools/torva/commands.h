@@ -7,6 +7,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "output_files.h"
+
 namespace torva::cli {
 
 struct command {
@@ -15,6 +17,9 @@ struct command {
   // The command installs the logger itself, once it has checked where the log
   // file goes; the program leaves the log file unopened for it.
   bool own_log = false;
+  // The files the run reads and writes, which the program checks against one
+  // another and against the log file before it opens anything for writing.
+  std::function<run_files()> files;
 };
 
 command add_info(CLI::App& app);

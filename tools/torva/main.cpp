@@ -126,11 +126,17 @@ int run(int argc, char** argv) {
   }
 
   try {
-    bool own_log = false;
-    for (auto& c : live) own_log = own_log || (c.app->parsed() && c.own_log);
-    if (!own_log) install_logger();
     for (auto& c : live)
       if (c.app->parsed()) {
+        if (!c.own_log) {
+          // The log file is opened (and emptied) only once it is known to be
+          // none of the files the run reads or writes.
+          run_files f;
+          if (c.files) f = c.files();
+          if (!opt.log_file.empty()) f.outputs.push_back({"log file", opt.log_file});
+          refuse_clashes(f.inputs, f.outputs);
+          install_logger();
+        }
         const int status = c.run();
         flush_errors();
         std::fflush(stdout);

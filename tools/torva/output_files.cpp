@@ -1,0 +1,108 @@
+#include "output_files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include "cli_common.h"
+
+namespace torva::cli {
+
+file_identity identify(const std::string& path) {
+  file_identity id;
+  struct stat st {};
+  if (::stat(path.c_str(), &st) == 0) {
+    id.exists = true;
+    id.dev = st.st_dev;
+    id.ino = st.st_ino;
+  }
+  std::error_code ec;
+  const std::filesystem::path absolute = std::filesystem::absolute(path, ec);
+  id.normal = (ec ? std::filesystem::path(path) : absolute).lexically_normal();
+  id.resolved = std::filesystem::weakly_canonical(id.normal, ec);
+  if (ec) id.resolved = id.normal;
+  return id;
+}
+
+bool same_file(const file_identity& a, const file_identity& b) {
+  if (a.exists && b.exists) return a.dev == b.dev && a.ino == b.ino;
+  return a.normal == b.normal || a.resolved == b.resolved;
+}
+
+void refuse_clashes(const std::vector<named_file>& inputs, const std::vector<named_file>& outputs) {
+  std::vector<file_identity> sources;
+  for (const named_file& i : inputs) sources.push_back(identify(i.path));
+  std::vector<file_identity> ids;
+  for (const named_file& o : outputs) {
+    const file_identity id = identify(o.path);
+    for (std::size_t k = 0; k < inputs.size(); ++k)
+      if (same_file(id, sources[k]))
+        throw input_error("refusing to write the " + o.role + " \"" + o.path + "\": it is the " + inputs[k].role +
+                          " \"" + inputs[k].path + "\" (the same file)");
+    for (std::size_t k = 0; k < ids.size(); ++k)
+      if (same_file(id, ids[k]))
+        throw input_error("the " + outputs[k].role + " and the " + o.role + " are the same file \"" + o.path +
+                          "\"; give them different names");
+    ids.push_back(id);
+  }
+}
+
+void refuse_overwrite(const std::string& path, bool force) {
+  std::error_code ec;
+  if (!force && std::filesystem::exists(std::filesystem::symlink_status(path, ec)))
+    throw input_error("\"" + path + "\" exists; give --force to replace it");
+}
+
+namespace {
+[[noreturn]] void fail(const std::string& path, const std::string& what) {
+  throw input_error("cannot write \"" + path + "\": " + what);
+}
+}  // namespace
+
+staged_output::staged_output(std::string path) : path_(std::move(path)) {
+  const std::filesystem::path target(path_);
+  std::filesystem::path folder = target.parent_path();
+  if (folder.empty()) folder = ".";
+  std::string pattern = (folder / ("." + target.filename().string() + ".tmp.XXXXXX")).string();
+  const int fd = ::mkstemp(pattern.data());
+  if (fd < 0)
+    fail(path_, "cannot create a temporary file in \"" + folder.string() + "\": " + std::strerror(errno));
+  temp_ = pattern;
+  // mkstemp makes the file private; give it the mode a plain create would (or
+  // the mode of the file it replaces).
+  struct stat old {};
+  mode_t mode;
+  if (::stat(path_.c_str(), &old) == 0 && S_ISREG(old.st_mode)) {
+    mode = old.st_mode & 07777;
+  } else {
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
+    mode = 0666 & ~mask;
+  }
+  ::fchmod(fd, mode);
+  ::close(fd);
+}
+
+staged_output::~staged_output() {
+  if (!committed_) ::unlink(temp_.c_str());
+}
+
+void staged_output::commit() {
+  // The writer has closed the file; a full disk that only the sync notices
+  // must still keep the old file.
+  const int fd = ::open(temp_.c_str(), O_RDONLY);
+  if (fd < 0) fail(path_, std::strerror(errno));
+  const int synced = ::fsync(fd);
+  const int e = errno;
+  ::close(fd);
+  if (synced != 0) fail(path_, std::strerror(e));
+  if (std::rename(temp_.c_str(), path_.c_str()) != 0) fail(path_, std::strerror(errno));
+  committed_ = true;
+}
+
+}  // namespace torva::cli

@@ -17,6 +17,7 @@
 // before it opens anything.
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -125,10 +126,23 @@ class progress_display {
 
   void operator()(const extract_progress& p) {
     const std::string name = p.master < names_.size() ? names_[p.master] : "#" + std::to_string(p.master);
-    char line[256];
-    std::snprintf(line, sizeof line, "master %s (%zu of %zu): %llu walks, error %s (goal %s), %.1f s", name.c_str(),
+    if (p.master != master_) {
+      master_ = p.master;
+      master_start_ = p.seconds;
+    }
+    // The error falls as one over the root of the walks: the walks still
+    // needed, at this master's pace so far, give the time left.
+    std::string left;
+    const double ratio = p.self_error / p.goal;
+    if (std::isfinite(ratio) && p.walks > 0) {
+      char t[64];
+      std::snprintf(t, sizeof t, ", about %.1f s left", (p.seconds - master_start_) * std::max(0.0, ratio * ratio - 1));
+      left = t;
+    }
+    char line[320];
+    std::snprintf(line, sizeof line, "master %s (%zu of %zu): %llu walks, error %s (goal %s), %.1f s%s", name.c_str(),
                   p.master + 1, p.master_count, (unsigned long long)p.walks, error_text(p.self_error).c_str(),
-                  error_text(p.goal).c_str(), p.seconds);
+                  error_text(p.goal).c_str(), p.seconds, left.c_str());
     if (p.seconds - last_log_ >= 2.0) {
       log_line("progress: " + std::string(line));
       last_log_ = p.seconds;
@@ -156,6 +170,8 @@ class progress_display {
   bool drawn_ = false;
   double last_draw_ = -1.0;
   double last_log_ = 0.0;
+  std::size_t master_ = std::size_t(-1);
+  double master_start_ = 0.0;
 };
 
 // The layout's parameters that this extractor does not act on, with the values it set.

@@ -3,6 +3,8 @@
 // staged beside its final path and renamed into place only when it is whole.
 #pragma once
 
+#include "torva/extract/staged_file.h"
+
 #include <sys/types.h>
 
 #include <filesystem>
@@ -47,25 +49,8 @@ void refuse_clashes(const std::vector<named_file>& inputs, const std::vector<nam
 // one only when asked.
 void refuse_overwrite(const std::string& path, bool force);
 
-// A temporary file beside `path` (same folder, so the rename is atomic), for a
-// writer that takes a path. commit() renames it over `path`; until then an old
-// file stays as it was, and a staged file never committed is removed.
-class staged_output {
- public:
-  explicit staged_output(std::string path);  // throws input_error
-  ~staged_output();
-  staged_output(const staged_output&) = delete;
-  staged_output& operator=(const staged_output&) = delete;
-
-  // Where the writer writes.
-  const std::string& temp_path() const { return temp_; }
-  // Syncs the temporary and renames it to the final path; throws input_error.
-  void commit();
-
- private:
-  std::string path_;
-  std::string temp_;
-  bool committed_ = false;
-};
+// Outputs are written through torva::staged_file: a temporary beside the
+// path, renamed over it only on success.
+using staged_output = torva::staged_file;
 
 }  // namespace torva::cli

@@ -3,3 +3,4 @@
 
 #include "torva/extract/extractor.h"
 #include "torva/extract/report.h"
+#include "torva/extract/staged_file.h"

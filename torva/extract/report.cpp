@@ -16,61 +16,25 @@
 #include <string>
 #include <vector>
 
+#include "torva/extract/staged_file.h"
 #include "torva/foundation/errors.h"
 
 namespace torva {
 
 namespace {
 
-[[noreturn]] void fail_file(const std::string& path, const std::string& what) {
-  const std::string message = "cannot write \"" + path + "\": " + what;
-  throw sea::file_error(message.c_str());
-}
-
-// A file written beside its final path and renamed over it by commit(). Until
-// then the old file, if any, stays as it was; a writer that fails half way
-// leaves nothing behind.
-class staged_file {
+// A report written through a staged file, with a stream over its temporary.
+class report_file {
  public:
-  explicit staged_file(const std::string& path) : path_(path) {
-    if (path.empty()) throw sea::file_error("cannot write a report: the path is empty");
-    const std::filesystem::path target(path);
-    std::filesystem::path folder = target.parent_path();
-    if (folder.empty()) folder = ".";
-    std::string pattern = (folder / ("." + target.filename().string() + ".tmp.XXXXXX")).string();
-    std::vector<char> name(pattern.begin(), pattern.end());
-    name.push_back('\0');
-    const int fd = mkstemp(name.data());
-    if (fd < 0) fail_file(path, std::string("cannot create a temporary file in \"") + folder.string() + "\": " +
-                                    std::strerror(errno));
-    temp_ = name.data();
-    // mkstemp makes the file private; give it the mode a plain create would
-    // (or the mode of the file it replaces).
-    struct stat old {};
-    mode_t mode;
-    if (::stat(path.c_str(), &old) == 0 && S_ISREG(old.st_mode)) {
-      mode = old.st_mode & 07777;
-    } else {
-      const mode_t mask = ::umask(0);
-      ::umask(mask);
-      mode = 0666 & ~mask;
-    }
-    ::fchmod(fd, mode);
-    stream_ = ::fdopen(fd, "w");
-    if (stream_ == nullptr) {
-      const int e = errno;
-      ::close(fd);
-      ::unlink(temp_.c_str());
-      fail_file(path, std::strerror(e));
-    }
+  explicit report_file(const std::string& path) : staged_(path) {
+    stream_ = std::fopen(staged_.temp_path().c_str(), "w");
+    if (stream_ == nullptr) fail_to_write(path, std::strerror(errno));
   }
-
-  ~staged_file() {
+  ~report_file() {
     if (stream_ != nullptr) std::fclose(stream_);
-    if (!committed_) ::unlink(temp_.c_str());
   }
-  staged_file(const staged_file&) = delete;
-  staged_file& operator=(const staged_file&) = delete;
+  report_file(const report_file&) = delete;
+  report_file& operator=(const report_file&) = delete;
 
   void print(const std::string& s) { std::fwrite(s.data(), 1, s.size(), stream_); }
 
@@ -82,25 +46,19 @@ class staged_file {
   }
 
   void commit() {
-    // A full disk shows at the flush or the sync; the rename happens only after both.
+    // A full disk shows at the flush or the close; the rename happens only after both.
     int e = 0;
     errno = 0;
-    if (std::fflush(stream_) != 0 || std::ferror(stream_) != 0)
-      e = errno != 0 ? errno : EIO;
-    else if (::fsync(::fileno(stream_)) != 0)
-      e = errno;
+    if (std::fflush(stream_) != 0 || std::ferror(stream_) != 0) e = errno != 0 ? errno : EIO;
     if (std::fclose(stream_) != 0 && e == 0) e = errno != 0 ? errno : EIO;
     stream_ = nullptr;
-    if (e != 0) fail_file(path_, std::strerror(e));
-    if (std::rename(temp_.c_str(), path_.c_str()) != 0) fail_file(path_, std::strerror(errno));
-    committed_ = true;
+    if (e != 0) fail_to_write(staged_.path(), std::strerror(e));
+    staged_.commit();
   }
 
  private:
-  std::string path_;
-  std::string temp_;
+  staged_file staged_;
   FILE* stream_ = nullptr;
-  bool committed_ = false;
 };
 
 // The writers read every row by the header's promise; a result that breaks it
@@ -142,7 +100,7 @@ std::string label(const std::string& name) {
 }
 
 // The entries of `m` in rows labelled by the masters and columns by the nets.
-void write_matrix(staged_file& f, const extract_result& r, const std::vector<std::vector<double>>& m) {
+void write_matrix(report_file& f, const extract_result& r, const std::vector<std::vector<double>>& m) {
   std::size_t first = 6;
   for (const std::string& name : r.masters) first = std::max(first, label(name).size());
   std::vector<std::size_t> width(r.nets.size(), 13);
@@ -235,7 +193,7 @@ std::string spice_node(const std::string& name) {
 
 void write_out_file(const std::string& path, const std::string& layout_path, const extract_result& r) {
   check_shape(r);
-  staged_file f(path);
+  report_file f(path);
   f.print("torva capacitance extraction\n");
   f.printf("layout              %s\n", layout_path.c_str());
   f.print("units               lengths in um, capacitance in fF\n");
@@ -279,7 +237,7 @@ void write_out_file(const std::string& path, const std::string& layout_path, con
 
 void write_json(const std::string& path, const extract_result& r) {
   check_shape(r);
-  staged_file f(path);
+  report_file f(path);
   auto row = [](const std::vector<double>& v) { return json_array(v, json_number); };
   f.print("{\"unit\": \"fF\",\n");
   f.print(" \"nets\": " + json_array(r.nets, json_string) + ",\n");
@@ -351,7 +309,7 @@ std::size_t write_spice(const std::string& path, const std::string& layout_path,
       if (a >= 0) cards.push_back({std::size_t(a), conductors, std::fabs(r.matrix[i][conductors]) * 1e-15});
     }
 
-  staged_file f(path);
+  report_file f(path);
   f.printf("* torva capacitance netlist of %s\n", layout_path.c_str());
   f.print("* values in farads (the extraction's fF times 1e-15); node 0 is the grounded window\n");
   f.printf("* %zu couplings left out: below outmincap %.6g fF in magnitude, or none found\n", dropped, outmincap);

@@ -10,7 +10,9 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "torva/extract/internal/dielectric_map.h"
 #include "torva/extract/internal/gaussian_surface.h"
+#include "torva/extract/internal/layered_walk.h"
 #include "torva/extract/internal/row_statistics.h"
 #include "torva/extract/internal/search_choice.h"
 #include "torva/extract/internal/walk.h"
@@ -52,32 +54,6 @@ void info(const std::string& message) {
   sea::writer& w = *logger::instance().info;
   w.print((message + "\n").c_str());
   w.flush();
-}
-
-// The one permittivity of the run: that of the dielectrics when they agree,
-// else the plate medium that fills most of the window's height (with a warning).
-double homogeneous_permittivity(const circuit_layout& layout, extract_result& result) {
-  std::unordered_set<double> values;
-  for (const auto& m : layout.data.plate_mediums) values.insert(m.diel.value);
-  for (const auto& n : layout.data.medium_nets) values.insert(n.diel.value);
-  if (values.empty()) return 1.0;
-  if (values.size() == 1) return *values.begin();
-  const double lo = layout.data.window.lower[2].value, hi = layout.data.window.upper[2].value;
-  std::vector<circuit_layout::plate_medium> plates = layout.data.plate_mediums;
-  std::sort(plates.begin(), plates.end(), [](const auto& a, const auto& b) { return a.z_top.value < b.z_top.value; });
-  double best = plates.empty() ? *values.begin() : plates.front().diel.value, best_share = -1.0, below = lo;
-  for (const auto& m : plates) {
-    const double share = std::min(m.z_top.value, hi) - std::max(below, lo);
-    if (share > best_share) {
-      best_share = share;
-      best = m.diel.value;
-    }
-    below = m.z_top.value;
-  }
-  warn(result, "the layout has " + std::to_string(values.size()) +
-                   " different permittivities; this extractor models one dielectric and uses " +
-                   std::to_string(best) + " everywhere");
-  return best;
 }
 
 // Same solid, same place: the key and the test of two blocks that coincide.
@@ -195,7 +171,16 @@ extract_result extract(circuit_layout& layout, const extract_options& options) {
     if (masters.empty()) refuse("none of the layout's tasks names a net of the layout");
   }
 
-  result.permittivity = homogeneous_permittivity(layout, result);
+  std::vector<std::string> media_warnings;
+  dielectric_map media =
+      build_dielectric_map(layout, dielectric_settings{!options.keep_equal_interfaces}, media_warnings);
+  if (options.uniform_permittivity > 0)
+    media = dielectric_map{{}, {options.uniform_permittivity}};
+  else
+    for (const std::string& w : media_warnings) warn(result, w);
+  result.dielectric = describe(media);
+  result.permittivity = media.uniform() ? media.layer_eps.front() : 0.0;
+  if (!(options.interface_step > 0 && options.interface_step < 1)) refuse("the interface step must lie in (0, 1)");
   double smallest_edge = std::numeric_limits<double>::infinity();
   for (const wire_block* b : layout.blocks)
     for (int k = 0; k < 3; ++k)
@@ -239,11 +224,12 @@ extract_result extract(circuit_layout& layout, const extract_options& options) {
   setup.sampler.build(first.first_table);
   const auto importance = std::make_unique<internal::first_hop_sampler>(first.first_table);
   if (options.importance_first_hop) setup.first_hop = importance.get();
-  const homogeneous_medium medium{result.permittivity};
+  const homogeneous_medium uniform{result.permittivity};
+  const layered_medium layered{&media, 0.5 * result.stop_distance, options.interface_step};
 
   std::vector<gaussian_surface> surfaces;
   for (const wire_net* m : masters)
-    surfaces.push_back(build_gaussian_surface(layout, *m, gaussian_settings{options.gauss_ratio, dirichlet}));
+    surfaces.push_back(build_gaussian_surface(layout, *m, gaussian_settings{options.gauss_ratio, dirichlet, media.planes}));
   result.setup_seconds = std::chrono::duration<double>(clock_type::now() - setup_start).count();
 
   const int threads = config.thread_count;
@@ -309,7 +295,10 @@ extract_result extract(circuit_layout& layout, const extract_options& options) {
           internal::walk_random rng(options.seed, mi, base + k);
           block_out& out = blocks[k];
           out.ends.reserve(count);
-          for (std::uint64_t i = 0; i < count; ++i) out.ends.push_back(walk_once(setup, medium, surface, rng, state));
+          if (media.uniform())
+            for (std::uint64_t i = 0; i < count; ++i) out.ends.push_back(walk_once(setup, uniform, surface, rng, state));
+          else
+            for (std::uint64_t i = 0; i < count; ++i) out.ends.push_back(walk_once(setup, layered, surface, rng, state));
           out.done = true;
           walked.fetch_add(count, std::memory_order_relaxed);
         }

@@ -48,6 +48,11 @@ struct extract_options {
   bool group_dominance = false;       // unsafe dominance modes, for measuring what they cost
   bool group_optimize = false;
   bool double_incline_ratio = false;
+  // Dielectric interfaces: the step a walker takes across one, as a share of
+  // its distance to the nearest conductor (the bias it costs falls with it).
+  double interface_step = 0.2;
+  double uniform_permittivity = 0.0;   // above 0: this relative permittivity everywhere, the layout's media ignored
+  bool keep_equal_interfaces = false;  // keep interfaces with the same permittivity on both sides (to check the steps)
   std::function<void(const extract_progress&)> progress;  // may be empty
 };
 
@@ -69,7 +74,8 @@ struct extract_result {
   double seconds = 0.0;               // walking time of the whole run
   double setup_seconds = 0.0;         // deriving, search structure, Gaussian surfaces
   // Settings the run used, for the reports.
-  double permittivity = 1.0;          // relative
+  double permittivity = 1.0;          // relative, when one permittivity fills the window; else 0
+  std::string dielectric;             // what the walks cross: "uniform 3.9", or the layers and boxes
   double stop_distance = 0.0;         // um
   double self_precision = 0.0;
   double coupling_precision = 0.0;

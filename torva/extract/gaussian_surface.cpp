@@ -32,6 +32,38 @@ double box_gap(const cuboid_t& a, const cuboid_t& b) {
 
 using internal::refuse;
 
+// The growth of a face that starts at `from` and moves by `dir`: ratio * limit,
+// unless that puts it nearer than a quarter of the growth to an interface;
+// then the growth in [limit/4, 3 limit/4] farthest from every interface.
+double growth_away(double from, int dir, double limit, double ratio, const std::vector<double>& interfaces) {
+  const double wanted = ratio * limit;
+  if (interfaces.empty() || !(limit > 0.0)) return wanted;
+  auto room = [&](double g) {
+    double r = std::numeric_limits<double>::infinity();
+    for (double z : interfaces) r = std::min(r, std::abs(from + dir * g - z));
+    return r;
+  };
+  if (room(wanted) >= 0.25 * wanted) return wanted;
+  const double lo = 0.25 * limit, hi = 0.75 * limit;
+  std::vector<double> candidates{lo, hi};
+  std::vector<double> offsets;
+  for (double z : interfaces) {
+    const double g = (z - from) * dir;
+    if (g > lo && g < hi) offsets.push_back(g);
+  }
+  std::sort(offsets.begin(), offsets.end());
+  offsets.insert(offsets.begin(), lo);
+  offsets.push_back(hi);
+  for (std::size_t i = 1; i < offsets.size(); ++i) candidates.push_back(0.5 * (offsets[i - 1] + offsets[i]));
+  double best = wanted, best_room = room(wanted);
+  for (double g : candidates)
+    if (room(g) > best_room) {
+      best = g;
+      best_room = room(g);
+    }
+  return best;
+}
+
 }  // namespace
 
 gaussian_point gaussian_surface::sample(internal::walk_random& rng) const noexcept {
@@ -113,8 +145,10 @@ gaussian_surface build_gaussian_surface(const circuit_layout& layout, const wire
       double longest = 0.0;
       for (int e = 0; e < 3; ++e) longest = std::max(longest, c.upper[e].value - c.lower[e].value);
       const double reach = std::min(clearance[i], longest);
-      const double g_below = settings.ratio * std::min(reach, std::max(below, 0.0));
-      const double g_above = settings.ratio * std::min(reach, std::max(above, 0.0));
+      static const std::vector<double> none;
+      const std::vector<double>& planes = k == 2 ? settings.interfaces : none;
+      const double g_below = growth_away(c.lower[k].value, -1, std::min(reach, std::max(below, 0.0)), settings.ratio, planes);
+      const double g_above = growth_away(c.upper[k].value, 1, std::min(reach, std::max(above, 0.0)), settings.ratio, planes);
       g6[std::size_t(2 * k)] = g_below;
       g6[std::size_t(2 * k + 1)] = g_above;
       grown.lower[k] = c.lower[k].value - g_below;

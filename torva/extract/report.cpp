@@ -197,7 +197,7 @@ void write_out_file(const std::string& path, const std::string& layout_path, con
   f.print("torva capacitance extraction\n");
   f.printf("layout              %s\n", layout_path.c_str());
   f.print("units               lengths in um, capacitance in fF\n");
-  f.printf("permittivity        %.6g (relative, of the space the walks cross)\n", r.permittivity);
+  f.printf("dielectric          %s (relative permittivity)\n", r.dielectric.c_str());
   f.printf("stop distance       %.6g um\n", r.stop_distance);
   f.printf("self precision      %.6g (relative standard error of each C_ii)\n", r.self_precision);
   f.printf("coupling precision  %.6g\n", r.coupling_precision);

@@ -47,6 +47,11 @@ struct gaussian_surface {
 struct gaussian_settings {
   double ratio = 0.5;     // share of the clearance, 0 < ratio < 1
   bool dirichlet = true;  // the window is ground
+  // Heights of horizontal dielectric interfaces, ascending: a face parallel
+  // to one and close to it would start its walks with small, heavy first
+  // hops, so its growth is moved (between a quarter and three quarters of the
+  // clearance) to keep it away.
+  std::vector<double> interfaces;
 };
 
 // Throws sea::fatal_error (after a line on logger::error) when no surface can

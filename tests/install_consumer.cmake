@@ -32,3 +32,16 @@ if(NOT rc EQUAL 0 OR NOT out MATCHES "torva consumer")
   message(FATAL_ERROR "the consumer failed: ${rc} ${out}")
 endif()
 message(STATUS "consumer ran: ${out}")
+
+# The Python package, when it was built: imported from the prefix alone, it
+# finds the installed library and reads a layout.
+if(PYTHON_SITE)
+  execute_process(COMMAND ${CMAKE_COMMAND} -E env PYTHONPATH=${prefix}/${PYTHON_SITE}
+      ${PYTHON} -c "import torva, sys; l = torva.read_layout(sys.argv[1]); print('torva from', torva.__file__, len(l.nets), 'nets')"
+      ${SOURCE_DIR}/examples/bus.cap3d
+    RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  if(NOT rc EQUAL 0 OR NOT out MATCHES "torva from ${prefix}/.* 4 nets")
+    message(FATAL_ERROR "the installed Python package failed: ${rc} ${out} ${err}")
+  endif()
+  message(STATUS "${out}")
+endif()

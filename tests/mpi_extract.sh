@@ -23,8 +23,8 @@ mpi() { timeout 60 "$mpiexec" --oversubscribe --bind-to none "$@"; }
 # The run's figures without the walking time, which is the one thing allowed to differ.
 figures() { grep -v '"seconds"' "$1"; }
 
-for spec in "bus.cap3d -spice" "polygons.cap3d" "shapes.cap3d -p 0.02" "crossing.bin -p 0.05 -c 0.3"; do
-  read -r layout extra <<<"$spec"
+for run in "bus.cap3d -spice" "polygons.cap3d" "shapes.cap3d -p 0.02" "crossing.bin -p 0.05 -c 0.3"; do
+  read -r layout extra <<<"$run"
   # shellcheck disable=SC2086
   "$torva" extract "$layout" $extra -n 2 --json t.json --out-file t.out --log-file t.log >t.stdout 2>t.stderr ||
     { fail "$layout: the threaded run failed: $(cat t.stderr)"; continue; }

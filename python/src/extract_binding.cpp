@@ -149,7 +149,9 @@ C_ii > 0, couplings < 0, and every row sums to zero.)doc");
       .def_property_readonly("setup_seconds", [](const result_holder& h) { return h.r.setup_seconds; },
                              "Deriving, search structure and Gaussian surfaces.")
       .def_property_readonly("permittivity", [](const result_holder& h) { return h.r.permittivity; },
-                             "The relative permittivity the walks used.")
+                             "The relative permittivity when one fills the window, else 0.")
+      .def_property_readonly("dielectric", [](const result_holder& h) { return h.r.dielectric; },
+                             "What the walks crossed: 'uniform 3.9', or the layers from the bottom and the boxes.")
       .def_property_readonly("stop_distance", [](const result_holder& h) { return h.r.stop_distance; }, "In um.")
       .def_property_readonly("self_precision", [](const result_holder& h) { return h.r.self_precision; })
       .def_property_readonly("coupling_precision", [](const result_holder& h) { return h.r.coupling_precision; })

@@ -89,6 +89,14 @@ void install_logger() {
   log.set_error(std::make_unique<channel_writer>(nullptr, file, &kept_errors()));
 }
 
+void install_quiet_logger() {
+  auto& log = logger::instance();
+  log.set_info(std::make_unique<channel_writer>(nullptr, nullptr, nullptr));
+  log.set_detail(std::make_unique<channel_writer>(nullptr, nullptr, nullptr));
+  log.set_warning(std::make_unique<channel_writer>(nullptr, nullptr, nullptr));
+  log.set_error(std::make_unique<channel_writer>(nullptr, nullptr, &kept_errors()));
+}
+
 std::string take_errors() {
   std::string all;
   all.swap(kept_errors());

@@ -48,6 +48,10 @@ struct input_error : std::runtime_error {
 //   lines (take_info).
 // Throws input_error when the log file can't be opened.
 void install_logger();
+// Installs channels that print nothing and write no file, keeping the error
+// lines for take_errors: for the processes of a shared run other than the
+// first, which report through it.
+void install_quiet_logger();
 // The library's error lines since the last call, trimmed to one line each
 // and joined by "; ".
 std::string take_errors();

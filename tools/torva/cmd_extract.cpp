@@ -15,12 +15,15 @@
 // - JSON: only where --json names it.
 // None of them may be the layout itself or one another; the run checks that
 // before it opens anything.
+#include <sched.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <exception>
+#include <new>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -31,7 +34,12 @@
 #include "output_files.h"
 #include "torva/extract/extractor.h"
 #include "torva/extract/report.h"
+#include "torva/foundation/errors.h"
 #include "torva/foundation/logger.h"
+#include "process_team.h"
+#ifdef TORVA_MPI
+#include "mpi_team.h"
+#endif
 
 namespace torva::cli {
 
@@ -58,6 +66,10 @@ struct extract_args {
   bool group_optimize = false;
   bool double_incline_ratio = false;
   bool table_first_hop = false;
+  double interface_step = 0.2;
+  double permittivity = 0.0;
+  std::string split = "auto";   // how processes under mpirun share the run
+  bool mpi_timing = false;
   // The options given on the command line, which override the layout's values.
   CLI::Option* given_p = nullptr;
   CLI::Option* given_c = nullptr;
@@ -114,6 +126,14 @@ std::string error_text(double e) {
   char b[32];
   std::snprintf(b, sizeof b, "%.3g%%", e * 100.0);
   return b;
+}
+
+// The cores this process may run on (its affinity), at least one.
+int usable_cores() {
+  cpu_set_t set;
+  CPU_ZERO(&set);
+  if (sched_getaffinity(0, sizeof set, &set) == 0 && CPU_COUNT(&set) > 0) return CPU_COUNT(&set);
+  return int(std::max(1u, std::thread::hardware_concurrency()));
 }
 
 // The line on standard error while the walks go (when progress is shown), and
@@ -204,37 +224,91 @@ void print_matrix(const extract_result& r) {
   }
 }
 
-int run_extract(const extract_args& a) {
+// The one line a process other than the first says when it fails: what the
+// plain run would say, and which process it was.
+std::string failure_text(std::exception_ptr failure) {
+  try {
+    std::rethrow_exception(failure);
+  } catch (const std::bad_alloc&) {
+    return "out of memory";
+  } catch (const sea::base_error& e) {
+    const std::string lines = take_errors();
+    return lines.empty() ? std::string(e.what()) : lines;
+  } catch (const std::exception& e) {
+    return e.what();
+  }
+  return "unknown failure";
+}
+
+// A process of a shared run that cannot go on: the lowest such process says
+// why (the first process as the plain run would, another with its number),
+// the others end quietly with the same status.
+int end_together(const process_team& team, int failed, std::exception_ptr failure) {
+  if (failed != team.rank() || !failure) return exit_bad_input;
+  if (team.rank() == 0) std::rethrow_exception(failure);
+  throw input_error("process " + std::to_string(team.rank()) + " of " + std::to_string(team.size()) + ": " +
+                    failure_text(failure));
+}
+
+// The extraction, by this process alone (team null) or as one of a team of
+// processes: every process reads the layout and sets up; the first alone
+// opens the log, shows progress and writes the reports.
+int run_extract_on(const extract_args& a, process_team* team) {
+  const bool first = team == nullptr || team->rank() == 0;
   // Nothing is opened for writing before the outputs are checked against the
   // layout: the log file too waits for its check.
   const std::string log_before = options().log_file;
   options().log_file.clear();
-  install_logger();
+  if (first) {
+    install_logger();
+  } else {
+    options().verbose = false;
+    install_quiet_logger();
+  }
 
-  loaded_layout in = read_layout(a.layout);
+  // Every process reads the layout; the first checks the outputs too. A
+  // process that fails here ends the run of all before any of them walks.
+  loaded_layout in;
+  std::string out_file, log_file;
+  bool spice = false;
+  std::exception_ptr failure;
+  try {
+    in = read_layout(a.layout);
+    const circuit_layout::raw& d = in.layout->data;
+    out_file = !a.out_file.empty()    ? a.out_file
+               : !d.out_file.empty() ? beside_layout(a.layout, d.out_file)
+                                     : a.layout + ".out";
+    log_file = !a.log_file.empty()    ? a.log_file
+               : !log_before.empty()  ? log_before
+               : !d.log_file.empty()  ? beside_layout(a.layout, d.log_file)
+                                      : a.layout + ".log";
+    spice = given(a.given_spice) ? a.spice : d.spice != 0;
+    if (first) {
+      std::vector<named_file> outputs = {{"out-file", out_file}, {"log file", log_file}};
+      if (!a.json.empty()) outputs.push_back({"JSON file", a.json});
+      if (spice) outputs.push_back({"SPICE file", spice_path_of(out_file)});
+      refuse_clashes({{"layout file", a.layout}}, outputs);
+      check_folders(outputs);
+    }
+  } catch (...) {
+    if (team == nullptr) throw;
+    failure = std::current_exception();
+  }
+  if (team) {
+    const int failed = team->lowest_failed(!failure);
+    if (failed < team->size()) return end_together(*team, failed, failure);
+  }
   circuit_layout& layout = *in.layout;
   const circuit_layout::raw& d = layout.data;
 
-  const std::string out_file = !a.out_file.empty()    ? a.out_file
-                               : !d.out_file.empty() ? beside_layout(a.layout, d.out_file)
-                                                     : a.layout + ".out";
-  const std::string log_file = !a.log_file.empty()    ? a.log_file
-                               : !log_before.empty()  ? log_before
-                               : !d.log_file.empty()  ? beside_layout(a.layout, d.log_file)
-                                                      : a.layout + ".log";
-  const bool spice = given(a.given_spice) ? a.spice : d.spice != 0;
-  std::vector<named_file> outputs = {{"out-file", out_file}, {"log file", log_file}};
-  if (!a.json.empty()) outputs.push_back({"JSON file", a.json});
-  if (spice) outputs.push_back({"SPICE file", spice_path_of(out_file)});
-  refuse_clashes({{"layout file", a.layout}}, outputs);
-  check_folders(outputs);
-
   // What the reader said before the log was open goes first into it.
   const std::string reading = take_info();
-  options().log_file = log_file;
-  install_logger();
-  log_line("torva extract " + a.layout);
-  if (!reading.empty()) log_line(reading.back() == '\n' ? reading.substr(0, reading.size() - 1) : reading);
+  if (first) {
+    options().log_file = log_file;
+    install_logger();
+    log_line("torva extract " + a.layout);
+    if (!reading.empty()) log_line(reading.back() == '\n' ? reading.substr(0, reading.size() - 1) : reading);
+  }
 
   extract_options o = extract_options_from_layout(layout);
   if (given(a.given_p)) o.self_precision = a.self_precision;
@@ -250,13 +324,24 @@ int run_extract(const extract_args& a) {
   o.group_optimize = a.group_optimize;
   o.double_incline_ratio = a.double_incline_ratio;
   if (a.table_first_hop) o.importance_first_hop = false;
+  o.interface_step = a.interface_step;
+  o.uniform_permittivity = a.permittivity;
   o.time_limit = a.time_limit;
   o.masters = a.masters;
+  if (team) {
+    o.team = team;
+    o.split = a.split == "masters" ? team_split::masters
+              : a.split == "blocks" ? team_split::blocks
+                                    : team_split::automatic;
+    // "All cores" for a process that shares the machine means the cores the
+    // launcher bound it to, not every core of the node.
+    if (o.threads <= 0) o.threads = usable_cores();
+  }
 
   const std::string unused = unused_parameters(d);
   const std::string unused_line =
       unused.empty() ? std::string() : "the layout sets parameters this extractor does not use: " + unused;
-  if (!unused_line.empty()) log_line(unused_line);
+  if (first && !unused_line.empty()) log_line(unused_line);
 
   // The progress names the masters by index; the extractor settles them, so
   // the names shown are those asked for, or the nets in the layout's order.
@@ -266,13 +351,27 @@ int run_extract(const extract_args& a) {
       if (d.capacitance_tasks.empty() || d.capacitance_tasks.count(n.name) != 0) names.push_back(n.name);
 
   extract_result result;
-  {
-    progress_display display(names);
-    o.progress = [&display](const extract_progress& p) { display(p); };
+  try {
+    progress_display display(first ? names : std::vector<std::string>{});
+    if (first) o.progress = [&display](const extract_progress& p) { display(p); };
     result = extract(layout, o);
     o.progress = nullptr;
+  } catch (...) {
+    if (team == nullptr) throw;
+    failure = std::current_exception();
+    // Failed in its setup: the others wait for word of it before they walk.
+    if (!team->asked()) return end_together(*team, team->first_failed(false), failure);
+    // Another process failed its setup, and that one says why.
+    if (team->answered() < team->size()) return exit_bad_input;
+    // Failed while the others walk: they may be waiting in an exchange, so all end now.
+    std::fprintf(stderr, "torva: error: process %d of %d: %s\n", team->rank(), team->size(),
+                 failure_text(failure).c_str());
+    std::fflush(stderr);
+    team->abort(exit_bad_input);
   }
+  if (!first) return exit_ok;
   if (!unused_line.empty()) result.warnings.push_back(unused_line);
+  if (team) log_line(team->costs());
 
   for (std::size_t i = 0; i < result.masters.size(); ++i) {
     char line[256];
@@ -304,12 +403,15 @@ int run_extract(const extract_args& a) {
 
   std::uint64_t walks = 0;
   for (std::uint64_t w : result.walks) walks += w;
+  std::string workers = std::to_string(result.threads) + " threads";
+  if (result.ranks > 1)
+    workers = std::to_string(result.ranks) + " processes x " + workers + " (" + result.split + " shared)";
   std::printf("layout       %s: %zu nets%s, %zu masters\n", a.layout.c_str(),
               result.nets.size() - (result.has_ground ? 1 : 0), result.has_ground ? " and the grounded window" : "",
               result.masters.size());
-  std::printf("run          %llu walks in %s (setup %s) on %d threads, seed %llu, stopped by %s\n",
+  std::printf("run          %llu walks in %s (setup %s) on %s, seed %llu, stopped by %s\n",
               (unsigned long long)walks, format_seconds(result.seconds).c_str(),
-              format_seconds(result.setup_seconds).c_str(), result.threads, (unsigned long long)result.seed,
+              format_seconds(result.setup_seconds).c_str(), workers.c_str(), (unsigned long long)result.seed,
               result.stopped_by.c_str());
   std::printf("capacitance  Maxwell matrix in fF (rows: masters, columns: nets)\n");
   print_matrix(result);
@@ -318,6 +420,15 @@ int run_extract(const extract_args& a) {
     std::printf("             %zu couplings below outmincap %g fF left out of the netlist\n", left_out, d.outmincap);
   std::printf("log          %s\n", log_file.c_str());
   return exit_ok;
+}
+
+int run_extract(const extract_args& a) {
+#ifdef TORVA_MPI
+  // Under mpirun every process runs this; a team of one is a plain run.
+  const std::unique_ptr<process_team> team = join_mpi_team(a.mpi_timing);
+  if (team && team->size() > 1) return run_extract_on(a, team.get());
+#endif
+  return run_extract_on(a, nullptr);
 }
 
 }  // namespace
@@ -369,6 +480,24 @@ command add_extract(CLI::App& app) {
   sub->add_flag("--double-incline-ratio", a->double_incline_ratio, "Ratio 2 for non-cuboid candidates (unsafe)");
   sub->add_flag("--table-first-hop", a->table_first_hop,
                 "Draw the first hop from the first table instead of by the field's strength");
+  sub->add_option("--interface-step", a->interface_step,
+                  "Step across a dielectric interface, as a share of the distance to the nearest conductor "
+                  "(default 0.2; smaller costs hops, larger costs bias)")
+      ->check(CLI::Range(1e-6, 0.999));
+  sub->add_option("--permittivity", a->permittivity,
+                  "One relative permittivity everywhere, the layout's media ignored")
+      ->check(CLI::PositiveNumber);
+#ifdef TORVA_MPI
+  sub->add_option("--split", a->split,
+                  "Under mpirun: share out whole masters among the processes, or the blocks of walks of each master "
+                  "(auto: masters when there are at least " +
+                      std::to_string(team_masters_per_member) + " per process)")
+      ->check(CLI::IsMember({"auto", "masters", "blocks"}))
+      ->capture_default_str();
+  sub->add_flag("--mpi-timing", a->mpi_timing,
+                "Under mpirun: a barrier before every exchange, so that the log tells its cost from the wait for "
+                "the slowest process");
+#endif
   return {sub, [a] { return run_extract(*a); }, true, {}};
 }
 

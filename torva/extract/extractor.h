@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "torva/extract/team.h"
 #include "torva/layout/records.h"
 
 namespace torva {
@@ -54,6 +55,11 @@ struct extract_options {
   double uniform_permittivity = 0.0;   // above 0: this relative permittivity everywhere, the layout's media ignored
   bool keep_equal_interfaces = false;  // keep interfaces with the same permittivity on both sides (to check the steps)
   std::function<void(const extract_progress&)> progress;  // may be empty
+  // Processes that share the run (not owned; null: this process alone). Each
+  // member walks with its own `threads`; the matrix is that of one process
+  // with the same seed, bit for bit, whatever the team's size and threads.
+  extract_team* team = nullptr;
+  team_split split = team_split::automatic;
 };
 
 // The defaults of a layout's <parameter> section: self-precision,
@@ -79,13 +85,17 @@ struct extract_result {
   double stop_distance = 0.0;         // um
   double self_precision = 0.0;
   double coupling_precision = 0.0;
-  int threads = 1;
+  int threads = 1;                    // per member of the team
+  int ranks = 1;                      // members of the team that shared the run
+  std::string split;                  // "masters" or "blocks" when a team shared the run
   std::uint64_t seed = 0;
   std::uint32_t spacemgr_type = 0;
   std::vector<std::string> warnings;  // also written on logger::warning
 };
 
-// Derives the layout's fields and runs the extraction. Throws
+// Derives the layout's fields and runs the extraction. Under a team, every
+// member calls it; member 0 returns the whole result, the others only their
+// settings and an empty matrix. Throws
 // sea::fatal_error with a clear message for a layout it cannot extract
 // (an unknown master, conductors that touch, a floating conductor).
 extract_result extract(circuit_layout& layout, const extract_options& options);

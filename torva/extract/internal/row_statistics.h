@@ -11,16 +11,17 @@
 
 namespace torva::internal {
 
-// Running sums of one master's walks.
-struct master_sums {
-  std::uint64_t samples = 0;  // walks drawn, including start points inside the surface's union
-  std::uint64_t walks = 0;    // walks that started on the surface
-  std::uint64_t hops = 0;
-  std::uint64_t lost = 0;
+// The sums of one block of walks. Threads and processes hand over whole
+// blocks, and a master's sums add them in block order, so the floating-point
+// additions are the same however many threads and processes walked them.
+struct block_sums {
+  struct column_sums {
+    std::uint32_t column = 0;
+    double s1 = 0.0, s2 = 0.0;
+  };
+  std::uint64_t samples = 0, walks = 0, hops = 0, lost = 0;
   double sum_w = 0.0, sum_ww = 0.0;
-  std::vector<double> s1, s2;  // per column: sum of weights and of squares of the walks ending there
-
-  explicit master_sums(std::size_t columns) : s1(columns, 0.0), s2(columns, 0.0) {}
+  std::vector<column_sums> columns;  // only the columns where some walk of the block ended
 
   void add(const walk_end& e) {
     ++samples;
@@ -33,8 +34,91 @@ struct master_sums {
       ++lost;
       return;
     }
-    s1[std::size_t(e.net)] += e.weight;
-    s2[std::size_t(e.net)] += e.weight * e.weight;
+    column_sums* c = nullptr;
+    for (column_sums& x : columns)
+      if (x.column == std::uint32_t(e.net)) c = &x;
+    if (c == nullptr) c = &columns.emplace_back(column_sums{std::uint32_t(e.net), 0.0, 0.0});
+    c->s1 += e.weight;
+    c->s2 += e.weight * e.weight;
+  }
+
+  // As doubles, for a process to send: the block's number first. Counts stay
+  // exact (a block's are far below 2^53).
+  void write(std::uint64_t block, std::vector<double>& out) const {
+    out.insert(out.end(), {double(block), double(samples), double(walks), double(hops), double(lost), sum_w, sum_ww,
+                           double(columns.size())});
+    for (const column_sums& c : columns) out.insert(out.end(), {double(c.column), c.s1, c.s2});
+  }
+
+  // Reads what write wrote from [at, end), moving at past it; the block's
+  // number goes to `block`. False on a record that is cut short or names a
+  // column beyond `column_count`.
+  bool read(const double*& at, const double* end, std::size_t column_count, std::uint64_t& block) {
+    if (end - at < 8) return false;
+    block = std::uint64_t(at[0]);
+    samples = std::uint64_t(at[1]);
+    walks = std::uint64_t(at[2]);
+    hops = std::uint64_t(at[3]);
+    lost = std::uint64_t(at[4]);
+    sum_w = at[5];
+    sum_ww = at[6];
+    const std::uint64_t n = std::uint64_t(at[7]);
+    at += 8;
+    if (std::uint64_t(end - at) / 3 < n) return false;
+    columns.resize(n);
+    for (column_sums& c : columns) {
+      if (!(at[0] >= 0 && at[0] < double(column_count))) return false;
+      c = column_sums{std::uint32_t(at[0]), at[1], at[2]};
+      at += 3;
+    }
+    return true;
+  }
+};
+
+// Running sums of one master's walks.
+struct master_sums {
+  std::uint64_t samples = 0;  // walks drawn, including start points inside the surface's union
+  std::uint64_t walks = 0;    // walks that started on the surface
+  std::uint64_t hops = 0;
+  std::uint64_t lost = 0;
+  double sum_w = 0.0, sum_ww = 0.0;
+  std::vector<double> s1, s2;  // per column: sum of weights and of squares of the walks ending there
+
+  explicit master_sums(std::size_t columns) : s1(columns, 0.0), s2(columns, 0.0) {}
+
+  void add(const block_sums& b) {
+    samples += b.samples;
+    walks += b.walks;
+    hops += b.hops;
+    lost += b.lost;
+    sum_w += b.sum_w;
+    sum_ww += b.sum_ww;
+    for (const block_sums::column_sums& c : b.columns) {
+      s1[c.column] += c.s1;
+      s2[c.column] += c.s2;
+    }
+  }
+
+  // As doubles, for a process to send, and back (false on a short record).
+  void write(std::vector<double>& out) const {
+    out.insert(out.end(), {double(samples), double(walks), double(hops), double(lost), sum_w, sum_ww});
+    out.insert(out.end(), s1.begin(), s1.end());
+    out.insert(out.end(), s2.begin(), s2.end());
+  }
+  bool read(const double*& at, const double* end) {
+    if (std::size_t(end - at) < 6 + 2 * s1.size()) return false;
+    samples = std::uint64_t(at[0]);
+    walks = std::uint64_t(at[1]);
+    hops = std::uint64_t(at[2]);
+    lost = std::uint64_t(at[3]);
+    sum_w = at[4];
+    sum_ww = at[5];
+    at += 6;
+    std::copy(at, at + s1.size(), s1.begin());
+    at += s1.size();
+    std::copy(at, at + s2.size(), s2.begin());
+    at += s2.size();
+    return true;
   }
 
   // Entry j and its standard error. The mean weight of all walks is zero by

@@ -23,7 +23,7 @@ mpi() { timeout 60 "$mpiexec" --oversubscribe --bind-to none "$@"; }
 # The run's figures without the walking time, which is the one thing allowed to differ.
 figures() { grep -v '"seconds"' "$1"; }
 
-for run in "bus.cap3d -spice" "polygons.cap3d -p 0.05 -c 0.5" "stack.cap3d -p 0.05 -c 0.5" "shapes.cap3d --max-walks 20000" "crossing.bin -p 0.05 -c 0.3"; do
+for run in "bus.cap3d -spice" "polygons.cap3d -p 0.05 -c 0.5" "stack.cap3d -p 0.05 -c 0.5" "shapes.cap3d --max-walks 20000" "crossing.bin -p 0.05 -c 0.3 --max-walks 20000"; do
   read -r layout extra <<<"$run"
   # shellcheck disable=SC2086
   "$torva" extract "$layout" $extra -n 2 --json t.json --out-file t.out --log-file t.log >t.stdout 2>t.stderr ||

@@ -7,7 +7,7 @@ execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefi
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "install failed: ${rc}")
 endif()
-foreach(required include/torva/torva.h include/torva/foundation/double_wrapper.h)
+foreach(required include/torva/torva.h include/torva/foundation/double_wrapper.h share/torva/stacks/sky130A.json)
   if(NOT EXISTS ${prefix}/${required})
     message(FATAL_ERROR "not installed: ${required}")
   endif()

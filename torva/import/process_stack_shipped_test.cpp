@@ -78,6 +78,7 @@ TEST(shipped_stacks, sky130A_matches_its_sheet) {
   // nsd, psd, poly, li1, met1..met5 once each, capm, capm2; six drawn via layers.
   EXPECT_EQ(n.conductors, 11u);
   EXPECT_EQ(n.vias, 6u);
+  EXPECT_EQ(n.planar, 9u);   // the gap over the substrate, fox, psg, nild2..nild6, air
   EXPECT_EQ(n.wrapped, 9u);  // iox, spnit, lint, nild3c, nild4c, capild over met3 and met4, topox, topnit
   expect_layer(s, "poly", {66, 20}, 0.3262, 0.18);
   expect_layer(s, "met1", {68, 20}, 1.3761, 0.36);
@@ -103,6 +104,7 @@ TEST(shipped_stacks, ihp_sg13g2_matches_its_sheet) {
   const shape_count n = count(s);
   EXPECT_EQ(n.conductors, 11u);  // nsd, psd, GatPoly, Metal1..5, MIM, TopMetal1, TopMetal2
   EXPECT_EQ(n.vias, 8u);         // Cont, Via1..4, TopVia1, Vmim, TopVia2
+  EXPECT_EQ(n.planar, 9u);       // fox, ild0..ild4, ildtm1, ildtm2, air
   EXPECT_EQ(n.wrapped, 4u);      // nitride, ismim, pass1, pass2
   expect_layer(s, "GatPoly", {5, 0}, 0.40, 0.16);
   expect_layer(s, "Metal1", {8, 0}, 1.04, 0.42);
@@ -125,7 +127,8 @@ TEST(shipped_stacks, ihp_sg13cmos5l_matches_its_sheet) {
   const shape_count n = count(s);
   EXPECT_EQ(n.conductors, 8u);  // nsd, psd, GatPoly, Metal1..4, TopMetal1
   EXPECT_EQ(n.vias, 5u);        // Cont, Via1..3, TopVia1 (added)
-  EXPECT_EQ(n.wrapped, 3u);
+  EXPECT_EQ(n.planar, 7u);  // fox, ild0..ild4, air
+  EXPECT_EQ(n.wrapped, 3u);  // nitride, pass1, pass2
   expect_layer(s, "Metal4", {50, 0}, 4.06, 0.49);
   expect_layer(s, "TopMetal1", {126, 0}, 5.40, 2.0);
   expect_via(s, "TopVia1", "Metal4", 4.55, 5.40);

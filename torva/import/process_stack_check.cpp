@@ -52,6 +52,10 @@ void check_vias(const process_stack& s, const std::string& origin) {
         fail(origin, p + ".z", "bottom " + num(t.z_bottom) + " is not within " + lo.name + " (" + span(lo.z, lo.top()) + ")");
       if (std::abs(t.z_top - hi.z) > tol)
         fail(origin, p + ".z", "top " + num(t.z_top) + " is not the bottom of " + hi.name + " (" + num(hi.z) + ")");
+      // The first target on a layer takes every shape over it; a second would get none.
+      for (std::size_t j = 0; j < k; ++j)
+        if (s.vias[i].targets[j].below == t.below)
+          fail(origin, p + ".below", lo.name + " is already the lower layer of targets[" + std::to_string(j) + "]");
     }
   }
 }

@@ -1,0 +1,7 @@
+// Importing chips: GDSII cells read and flattened.
+#pragma once
+
+#include "torva/import/gds_library.h"
+#include "torva/import/gds_reader.h"
+#include "torva/import/gds_path.h"
+#include "torva/import/gds_flatten.h"

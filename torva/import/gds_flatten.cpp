@@ -94,13 +94,14 @@ class flattener {
       : lib_(lib), options_(options), out_(out), total_(total) {}
 
   std::vector<std::vector<std::size_t>> slots;  // per cell, per shapes entry: index into out.layers
+  std::vector<bool> filled;                      // per cell: anything to place under it
 
   void place(std::size_t cell, const gds_transform& t) {
     const gds_cell& c = lib_.cells[cell];
     for (std::size_t j = 0; j < c.shapes.size(); ++j) add_shapes(c.shapes[j], out_.layers[slots[cell][j]], t);
     for (const gds_label& l : c.labels) out_.labels.push_back({l.key, t.apply(l.at), l.text});
     for (const gds_reference& ref : c.references) {
-      if (ref.cell == gds_reference::undefined) continue;
+      if (ref.cell == gds_reference::undefined || !filled[ref.cell]) continue;
       const std::int64_t vx = ref.column_end.x - ref.origin.x, vy = ref.column_end.y - ref.origin.y;
       const std::int64_t wx = ref.row_end.x - ref.origin.x, wy = ref.row_end.y - ref.origin.y;
       for (int col = 0; col < ref.columns; ++col)
@@ -237,8 +238,8 @@ gds_flat_cell flatten_gds(const gds_library& lib, const gds_flatten_options& opt
   for (std::size_t cell : order)
     for (const auto& s : lib.cells[cell].shapes) {
       auto& [polygons, points] = sizes[s.key];
-      polygons += n[cell] * s.size();
-      points += n[cell] * s.points.size();
+      polygons = add_sat(polygons, mul_sat(n[cell], s.size()));
+      points = add_sat(points, mul_sat(n[cell], s.points.size()));
     }
   std::map<gds_layer, std::size_t> index;
   for (const auto& [key, size] : sizes) {
@@ -251,6 +252,15 @@ gds_flat_cell flatten_gds(const gds_library& lib, const gds_flatten_options& opt
   out.labels.reserve(count.labels);
 
   flattener f(lib, options, out, count.polygons);
+  // A cell with nothing under it is not visited: an array of a million empty
+  // cells costs nothing, and every visit adds at least one shape or label.
+  f.filled.assign(lib.cells.size(), false);
+  for (auto it = order.rbegin(); it != order.rend(); ++it) {
+    const gds_cell& c = lib.cells[*it];
+    bool filled = !c.shapes.empty() || !c.labels.empty();
+    for (const auto& ref : c.references) filled = filled || (ref.cell != gds_reference::undefined && f.filled[ref.cell]);
+    f.filled[*it] = filled;
+  }
   f.slots.resize(lib.cells.size());
   for (std::size_t cell : order)
     for (const auto& s : lib.cells[cell].shapes) f.slots[cell].push_back(index[s.key]);

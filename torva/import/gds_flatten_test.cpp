@@ -226,6 +226,11 @@ TEST(GdsFlatten, HierarchiesThatCannotBeFlattenedAreRefused) {
   huge.end_library();
   const auto start = std::chrono::steady_clock::now();
   expect_refused<sea::fatal_error>(huge, "", "GDS cell \"TOP\" would flatten to 1073676289 polygons of 4294705156 points");
+  // An array as large of an empty cell is not walked at all.
+  gds_writer empty;
+  empty.begin_library().begin_cell("NOTHING").end_cell();
+  empty.begin_cell("TOP").aref("NOTHING", 32767, 32767, {0, 0}, {32767, 0}, {0, 32767}).end_cell().end_library();
+  EXPECT_EQ(flatten(empty).polygon_count(), 0u);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));  // counted, not built
 
   gds_writer far;

@@ -123,7 +123,7 @@ bool gds_path_outline(std::span<const gds_point> centre, const gds_path_spec& sp
     end_ext = double(spec.end_extension);
   }
   const bool round = spec.ends == gds_path_ends::round;
-  const int arc = std::max(2, spec.round_end_segments);
+  const int arc = std::clamp(spec.round_end_segments, 2, 1024);
 
   std::size_t a = 0;
   const std::size_t before = out.size();

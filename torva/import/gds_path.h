@@ -36,7 +36,7 @@ struct gds_path_spec {
   gds_path_ends ends = gds_path_ends::flush;
   std::int64_t begin_extension = 0;  // type 4 only
   std::int64_t end_extension = 0;
-  int round_end_segments = 16;
+  int round_end_segments = 16;  // held to [2, 1024]
 };
 
 // Appends the path's polygons (one, or more where it was split; each

@@ -112,36 +112,6 @@ class parser {
   void resolve();
 };
 
-bool library_bookkeeping(std::uint8_t type) {
-  switch (type) {
-    case gds_type::BGNLIB: case 0x1F /* REFLIBS */: case 0x20 /* FONTS */: case 0x22 /* GENERATIONS */:
-    case 0x23 /* ATTRTABLE */: case 0x24 /* STYPTABLE */: case 0x25 /* STRTYPE */: case 0x32 /* TAPENUM */:
-    case 0x33 /* TAPECODE */: case 0x36 /* FORMAT */: case 0x37 /* MASK */: case 0x38 /* ENDMASKS */:
-    case 0x39 /* LIBDIRSIZE */: case 0x3A /* SRFNAME */: case 0x3B /* LIBSECUR */:
-    case gds_type::PROPATTR: case gds_type::PROPVALUE:
-      return true;
-    default:
-      return false;
-  }
-}
-
-bool element_start(std::uint8_t type) {
-  return type == gds_type::BOUNDARY || type == gds_type::PATH || type == gds_type::SREF || type == gds_type::AREF ||
-         type == gds_type::TEXT || type == gds_type::NODE || type == gds_type::BOX || type == 0x14 /* TEXTNODE */;
-}
-
-// A record the reader knows by type but has no use for in an element.
-bool element_extra(std::uint8_t type) {
-  switch (type) {
-    case gds_type::PRESENTATION: case gds_type::PROPATTR: case gds_type::PROPVALUE: case 0x2A /* NODETYPE */:
-    case 0x26 /* ELFLAGS */: case 0x2F /* PLEX */: case 0x28 /* ELKEY */: case 0x18 /* SPACING */:
-    case 0x1D /* UINTEGER */: case 0x1E /* USTRING */: case 0x29 /* LINKTYPE */:
-      return true;
-    default:
-      return false;
-  }
-}
-
 gds_library parser::run() {
   // Said before any length is trusted: a file of another kind reads as nonsense records.
   if (bytes_.size() < 4 || bytes_[2] != gds_type::HEADER)
@@ -162,7 +132,7 @@ gds_library parser::run() {
     } else if (r.type == gds_type::BGNSTR) {
       if (!has_units_) fail(r, "a cell before the library's UNITS");
       read_cell(r);
-    } else if (library_bookkeeping(r.type)) {
+    } else if (gds_library_bookkeeping(r.type)) {
       // Nothing the geometry needs.
     } else if (r.type <= 0x3B) {
       fail(r, "a record out of place outside any cell");
@@ -196,7 +166,7 @@ void parser::read_cell(const gds_record& begin) {
     if (r.type == gds_type::ENDSTR) break;
     if (r.type == 0x34 /* STRCLASS */ || r.type == gds_type::PROPATTR || r.type == gds_type::PROPVALUE) continue;
     if (!named) fail(r, "a cell without STRNAME");
-    if (element_start(r.type)) {
+    if (gds_element_start(r.type)) {
       read_element(r);
     } else if (r.type <= 0x3B) {
       fail(r, "a record out of place in a cell");
@@ -262,7 +232,7 @@ void parser::read_element(const gds_record& begin) {
         e.has_colrow = true;
         break;
       default:
-        if (element_extra(r.type)) break;
+        if (gds_element_extra(r.type)) break;
         if (r.type <= 0x3B) fail(r, "a record out of place in a " + gds_record_name(e.kind) + " element (ENDEL missing?)");
         warn("unknown:" + std::to_string(r.type), r, "an unknown record, skipped");
     }

@@ -21,6 +21,36 @@ std::string gds_record_name(std::uint8_t type) {
   return text;
 }
 
+bool gds_library_bookkeeping(std::uint8_t type) {
+  switch (type) {
+    case gds_type::BGNLIB: case 0x1F /* REFLIBS */: case 0x20 /* FONTS */: case 0x22 /* GENERATIONS */:
+    case 0x23 /* ATTRTABLE */: case 0x24 /* STYPTABLE */: case 0x25 /* STRTYPE */: case 0x32 /* TAPENUM */:
+    case 0x33 /* TAPECODE */: case 0x36 /* FORMAT */: case 0x37 /* MASK */: case 0x38 /* ENDMASKS */:
+    case 0x39 /* LIBDIRSIZE */: case 0x3A /* SRFNAME */: case 0x3B /* LIBSECUR */:
+    case gds_type::PROPATTR: case gds_type::PROPVALUE:
+      return true;
+    default:
+      return false;
+  }
+}
+
+bool gds_element_start(std::uint8_t type) {
+  return type == gds_type::BOUNDARY || type == gds_type::PATH || type == gds_type::SREF || type == gds_type::AREF ||
+         type == gds_type::TEXT || type == gds_type::NODE || type == gds_type::BOX || type == 0x14 /* TEXTNODE */;
+}
+
+// A record the reader knows by type but has no use for in an element.
+bool gds_element_extra(std::uint8_t type) {
+  switch (type) {
+    case gds_type::PRESENTATION: case gds_type::PROPATTR: case gds_type::PROPVALUE: case 0x2A /* NODETYPE */:
+    case 0x26 /* ELFLAGS */: case 0x2F /* PLEX */: case 0x28 /* ELKEY */: case 0x18 /* SPACING */:
+    case 0x1D /* UINTEGER */: case 0x1E /* USTRING */: case 0x29 /* LINKTYPE */:
+      return true;
+    default:
+      return false;
+  }
+}
+
 gds_record gds_cursor::next(const std::string& file) {
   const std::uint64_t left = bytes_.size() - at_;
   auto where = [&] { return "GDS file \"" + file + "\": "; };

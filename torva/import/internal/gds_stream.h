@@ -28,6 +28,13 @@ enum : std::uint8_t { NONE = 0, BITS = 1, INT16 = 2, INT32 = 3, REAL4 = 4, REAL8
 // The name of a record type for messages ("XY", "record 0x5f" if unknown).
 std::string gds_record_name(std::uint8_t type);
 
+// Records of the library's bookkeeping, outside cells, that the geometry does not need.
+bool gds_library_bookkeeping(std::uint8_t type);
+// The records that begin an element.
+bool gds_element_start(std::uint8_t type);
+// Records of an element that the geometry does not need.
+bool gds_element_extra(std::uint8_t type);
+
 struct gds_record {
   std::uint64_t offset = 0;  // of the header
   std::uint8_t type = 0;

@@ -22,7 +22,7 @@ struct gds_transform {
   void settle() {
     whole = true;
     for (double v : {a, b, c, d, tx, ty})
-      if (v != std::floor(v)) whole = false;
+      if (v != std::floor(v) || !(std::fabs(v) < 0x1p62)) whole = false;
     if (whole) {
       ia = std::int64_t(a), ib = std::int64_t(b), ic = std::int64_t(c), id = std::int64_t(d);
       itx = std::int64_t(tx), ity = std::int64_t(ty);

@@ -31,7 +31,7 @@ struct element {
   std::int64_t begin_extension = 0, end_extension = 0;
   std::vector<gds_point> xy;
   std::string sname, text;
-  bool has_sname = false, has_text = false;
+  bool has_sname = false;
   gds_strans strans;
   int columns = 0, rows = 0;
   bool has_colrow = false;
@@ -208,7 +208,7 @@ void parser::read_element(const gds_record& begin) {
         break;
       }
       case gds_type::SNAME: e.sname = text_value(r); e.has_sname = true; break;
-      case gds_type::STRING: e.text = text_value(r); e.has_text = true; break;
+      case gds_type::STRING: e.text = text_value(r); break;
       case gds_type::STRANS: {
         expect(r, gds_data::BITS, 2);
         const std::uint16_t bits = gds_uint16(r.payload.data());

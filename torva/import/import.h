@@ -1,4 +1,9 @@
-// Importing chips: a GDS cell on a process stack into a layout.
+// Importing chips: GDSII cells read and flattened, and the process stacks
+// they are built on.
 #pragma once
 
+#include "torva/import/gds_library.h"
+#include "torva/import/gds_reader.h"
+#include "torva/import/gds_path.h"
+#include "torva/import/gds_flatten.h"
 #include "torva/import/process_stack.h"

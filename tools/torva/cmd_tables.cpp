@@ -72,6 +72,13 @@ int run_generate(const tables_args& a) {
   };
   for (std::size_t i = 0; i + 1 < a.diels.size(); ++i) add({a.diels[i], a.diels[i + 1]});
   for (const std::string& text : a.pairs) add(parse_pair(text));
+  // A folder that cannot be made is said before the minutes of work, not after.
+  for (const char* sub : {"Multiple/GFT", "Multiple/WVT"}) {
+    std::error_code ec;
+    const std::filesystem::path folder = std::filesystem::path(dir) / sub;
+    std::filesystem::create_directories(folder, ec);
+    if (ec) throw input_error("cannot make the folder \"" + folder.string() + "\": " + ec.message());
+  }
   std::printf("generating   two-layer and half-layer tables of %zu pairs under %s (grid %d and %d intervals a cell, "
               "%d threads)\n",
               pairs.size(), dir.c_str(), settings.refine, 2 * settings.refine, settings.threads);

@@ -235,7 +235,7 @@ extract_result extract(circuit_layout& layout, const extract_options& options) {
     const internal::straddle_settings found{options.table_dir, table_generation{options.table_refine, true, config.thread_count}};
     straddle = std::make_unique<internal::straddle_tables>(internal::load_straddle_tables(media, found, table_warnings));
     for (const std::string& w : table_warnings) warn(result, w);
-    result.dielectric += "; planes crossed by straddling cubes (" + straddle->source + ")";
+    result.dielectric += "; horizontal interfaces crossed by straddling cubes (" + straddle->source + ")";
   }
   const layered_medium layered{&media, 0.5 * result.stop_distance, options.interface_step, straddle.get()};
 

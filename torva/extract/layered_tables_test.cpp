@@ -179,6 +179,46 @@ TEST(StraddleDraw, WeighsACurvedPotentialAsTheTrueDensity) {
   EXPECT_NEAR(mean, phi(centre), 1e-5);
 }
 
+// The first hop's draw from the importance rows, weighed by its factor (the
+// derivative's sign times the row's total), estimates the derivative of a
+// potential at the start along the moved axis: sin(x) g(z), sin(y) g(z) and
+// cos(x) g(z) with g bent at the interface so that the flux goes on, for a
+// start off the interface (two-layer row) and on it (half-layer, along it).
+// Each mean against the exact derivative within four of its standard errors.
+TEST(StraddleDraw, FirstHopEstimatesTheFieldAtTheStart) {
+  const double a = 2, b = 8;
+  const layered_pair_tables pair = generate_layered_pair(a, b, table_generation{2, true, 2});
+  auto two = std::make_unique<two_layer_cube_group>();
+  auto half = std::make_unique<half_layer_cube_group>();
+  fill_layered_groups(pair, *two, *half);
+  constexpr int k = 8;  // the interface at z = -7/23, under the start
+  walk_random rng(11, 0, 0);
+  for (const bool on_interface : {false, true}) {
+    const double zk = on_interface ? 0.0 : interface_height(k, two_layer_cells), below = 0.4, above = a * below / b;
+    const auto g = [&](double z) { return std::cosh(z - zk) + (z < zk ? below : above) * std::sinh(z - zk); };
+    const auto g1 = [&](double z) { return std::sinh(z - zk) + (z < zk ? below : above) * std::cosh(z - zk); };
+    for (int axis = 0; axis < (on_interface ? 2 : 3); ++axis)
+      for (const int side : {-1, 1}) {
+        constexpr int draws = 400000;
+        double sum = 0, squares = 0;
+        for (int i = 0; i < draws; ++i) {
+          double x[3];
+          const double factor =
+              on_interface ? draw_first(half->gft_is.values, half->wvt_is.values, half_layer_cells, half_layer_cells / 2,
+                                        axis, side, rng, x)
+                           : draw_first(two->gft_is.row(3 * (k - 1)), two->wvt_is.row(k - 1), two_layer_cells, k, axis,
+                                        side, rng, x);
+          const double phi = axis == 2 ? std::cos(x[0]) * g(x[2]) : std::sin(x[axis]) * g(x[2]);
+          sum += factor * phi;
+          squares += factor * phi * factor * phi;
+        }
+        const double mean = sum / draws, error = std::sqrt((squares / draws - mean * mean) / draws);
+        const double exact = side * (axis == 2 ? g1(0) : g(0));
+        EXPECT_NEAR(mean, exact, 4 * error) << "axis " << axis << ", side " << side << ", on the interface " << on_interface;
+      }
+  }
+}
+
 // The files are read by the library's own loader into exactly the groups
 // that a run fills in memory; a stack that names a pair with no files fails
 // the way the loader fails.

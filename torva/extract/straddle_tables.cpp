@@ -36,12 +36,12 @@ std::vector<std::pair<double, double>> straddle_pairs(const dielectric_map& map)
   for (const dielectric_box& b : map.boxes)
     for (const double z : {b.lo[2], b.hi[2]}) {
       if (!std::isfinite(z)) continue;
-      // The face's centre and points near its corners (a face pushed off to
-      // infinity along x or y is taken on a window-sized stretch about 0).
+      // The face's centre and points near its corners, within the window
+      // (which the boxes' grid spans) where the face reaches beyond it.
       double lo[2], hi[2];
       for (int k = 0; k < 2; ++k) {
-        lo[k] = std::isfinite(b.lo[k]) ? b.lo[k] : std::min(b.hi[k], 0.0) - 1.0;
-        hi[k] = std::isfinite(b.hi[k]) ? b.hi[k] : std::max(b.lo[k], 0.0) + 1.0;
+        lo[k] = std::isfinite(b.lo[k]) ? b.lo[k] : map.origin[k];
+        hi[k] = std::isfinite(b.hi[k]) ? b.hi[k] : map.origin[k] + map.n[k] * map.cell;
       }
       for (int s = 0; s < 5; ++s) {
         const double tx = s == 0 ? 0.5 : ((s & 1) ? 1e-3 : 1 - 1e-3);

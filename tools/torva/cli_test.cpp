@@ -294,7 +294,17 @@ TEST_F(cli, tables_reports_the_groups_a_stack_loads) {
   expect_one_line_failure({"tables", "-m", "5", "-d", dir.file("empty/"), "--diels", "1,100"},
                           "ERROR: diel ratio not supported.");
   expect_usage_errors({{"tables", "-m", "9", "-d", dir.file("x"), "--diels", "1,2"},
-                       {"tables", "-m", "1", "-d", dir.file("x"), "--diels", "1,glass"}});
+                       {"tables", "-m", "1", "-d", dir.file("x"), "--diels", "1,glass"},
+                       {"tables", "-d", dir.file("x"), "--diels", "1,2"},
+                       {"tables", "--generate", "--diels", "3.9"}});
+
+  // Generated tables are what the loader reads: a stack of three layers, two pairs.
+  const std::string made = dir.file("made");
+  const outcome g = run_ok({"tables", "--generate", "--diels", "3.9,2.5,3.9", "--dir", made, "-n", "2"});
+  expect_all(g.out, {"3.9 below, 2.5 above: 6 files, 1.1 MiB", "2.5 below, 3.9 above: 6 files", "wrote        12 files"});
+  const outcome l = run_ok({"tables", "-m", "1", "-d", made, "--diels", "3.9,2.5,3.9"});
+  expect_all(l.out, {"two-layer               2 groups,      2 uses", "half-layer              2 groups,      2 uses"});
+  expect_one_line_failure({"tables", "--generate", "--pairs", "7/glass", "--dir", made}, "7/glass");
 }
 
 TEST_F(cli, index_agrees_with_brute_force_for_every_strategy) {

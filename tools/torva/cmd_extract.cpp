@@ -68,6 +68,8 @@ struct extract_args {
   bool table_first_hop = false;
   double interface_step = 0.2;
   double permittivity = 0.0;
+  std::string dielectric_walk = "table";
+  std::string table_dir;
   std::string split = "auto";   // how processes under mpirun share the run
   bool mpi_timing = false;
   // The options given on the command line, which override the layout's values.
@@ -326,6 +328,8 @@ int run_extract_on(const extract_args& a, process_team* team) {
   if (a.table_first_hop) o.importance_first_hop = false;
   o.interface_step = a.interface_step;
   o.uniform_permittivity = a.permittivity;
+  o.walk = a.dielectric_walk == "step" ? interface_walk::step : interface_walk::table;
+  o.table_dir = a.table_dir;
   o.time_limit = a.time_limit;
   o.masters = a.masters;
   if (team) {
@@ -487,6 +491,14 @@ command add_extract(CLI::App& app) {
   sub->add_option("--permittivity", a->permittivity,
                   "One relative permittivity everywhere, the layout's media ignored")
       ->check(CLI::PositiveNumber);
+  sub->add_option("--dielectric-walk", a->dielectric_walk,
+                  "How walks cross the planes of a layer stack: table (cubes straddling a plane, from the two-layer "
+                  "tables) or step (cubes kept off the planes, steps across)")
+      ->check(CLI::IsMember({"table", "step"}))
+      ->capture_default_str();
+  sub->add_option("--table-dir", a->table_dir,
+                  "Folder of the two-layer tables (default: $HOME/Torva_tables, where the loader also looks); pairs "
+                  "with no tables are generated for the run");
 #ifdef TORVA_MPI
   sub->add_option("--split", a->split,
                   "Under mpirun: share out whole masters among the processes, or the blocks of walks of each master "

@@ -2,11 +2,21 @@
 // and weight tables a walk over this dielectric stack needs, and says what
 // came in.
 //
+// torva tables --generate --diels a,b,c [--dir DIR]: computes the two-layer
+// and half-layer tables of every pair of adjacent layers (bottom to top) and
+// writes them where the loader looks for them (default $HOME/Torva_tables).
+//
 // The stack is given as its real dielectric values, bottom layer first; the
 // program puts the five filler entries in front and the six behind that the
 // table database expects (their value, 1.0, is never read).
+#include <algorithm>
 #include <chrono>
+#include <cmath>
+#include <cstdlib>
 #include <cstdio>
+#include <filesystem>
+#include <thread>
+#include <utility>
 #include <memory>
 #include <string>
 #include <vector>
@@ -14,6 +24,7 @@
 #include "cli_common.h"
 #include "commands.h"
 #include "torva/foundation/configure.h"
+#include "torva/extract/layered_tables.h"
 #include "torva/foundation/errors.h"
 #include "torva/tables/tables.h"
 
@@ -28,7 +39,69 @@ struct tables_args {
   std::vector<double> diels;
   unsigned walk_scheme = 0;
   bool force = false;
+  bool generate = false;
+  std::vector<std::string> pairs;  // more pairs "below/above" to generate
+  int refine = 2;
+  int threads = 0;
 };
+
+// "below/above", two positive numbers.
+std::pair<double, double> parse_pair(const std::string& text) {
+  const std::size_t slash = text.find('/');
+  double v[2] = {0, 0};
+  bool ok = slash != std::string::npos;
+  for (int i = 0; i < 2 && ok; ++i) {
+    const std::string part = i == 0 ? text.substr(0, slash) : text.substr(slash + 1);
+    char* end = nullptr;
+    v[i] = std::strtod(part.c_str(), &end);
+    ok = !part.empty() && end == part.c_str() + part.size() && v[i] > 0 && std::isfinite(v[i]);
+  }
+  if (!ok) throw input_error("--pairs: \"" + text + "\" is no pair of positive permittivities below/above");
+  return {v[0], v[1]};
+}
+
+// Writes the tables of each pair of adjacent layers, and of each pair given, once.
+int run_generate(const tables_args& a) {
+  const std::string dir = a.dir.empty() ? default_table_dir() : a.dir;
+  table_generation settings;
+  settings.refine = a.refine;
+  settings.threads = a.threads > 0 ? a.threads : int(std::max(1u, std::thread::hardware_concurrency()));
+  std::vector<std::pair<double, double>> pairs;
+  const auto add = [&](const std::pair<double, double>& p) {
+    if (std::find(pairs.begin(), pairs.end(), p) == pairs.end()) pairs.push_back(p);
+  };
+  for (std::size_t i = 0; i + 1 < a.diels.size(); ++i) add({a.diels[i], a.diels[i + 1]});
+  for (const std::string& text : a.pairs) add(parse_pair(text));
+  // A folder that cannot be made is said before the minutes of work, not after.
+  for (const char* sub : {"Multiple/GFT", "Multiple/WVT"}) {
+    std::error_code ec;
+    const std::filesystem::path folder = std::filesystem::path(dir) / sub;
+    std::filesystem::create_directories(folder, ec);
+    if (ec) throw input_error("cannot make the folder \"" + folder.string() + "\": " + ec.message());
+  }
+  std::printf("generating   two-layer and half-layer tables of %zu pairs under %s (grid %d and %d intervals a cell, "
+              "%d threads)\n",
+              pairs.size(), dir.c_str(), settings.refine, 2 * settings.refine, settings.threads);
+  const auto start = std::chrono::steady_clock::now();
+  double bytes = 0.0;
+  for (const auto& [below, above] : pairs) {
+    const auto t0 = std::chrono::steady_clock::now();
+    const layered_pair_tables t = generate_layered_pair(below, above, settings);
+    write_layered_pair(dir, t);
+    double pair_bytes = 0.0;
+    for (const std::string& f : layered_pair_files(dir, below, above)) {
+      std::error_code ec;
+      const auto size = std::filesystem::file_size(f, ec);
+      if (!ec) pair_bytes += double(size);
+    }
+    bytes += pair_bytes;
+    std::printf("  %g below, %g above: 6 files, %s, %s\n", below, above, format_bytes(pair_bytes).c_str(),
+                format_seconds(seconds_since(t0)).c_str());
+  }
+  std::printf("wrote        %zu files, %s, in %s\n", 6 * pairs.size(), format_bytes(bytes).c_str(),
+              format_seconds(seconds_since(start)).c_str());
+  return exit_ok;
+}
 
 const char* mode_name(unsigned mode) {
   switch (mode) {
@@ -139,9 +212,20 @@ command add_tables(CLI::App& app) {
   sub->add_option("-m,--mode", a->mode,
                   "Table set: 0 none, 1 Multiple up to two layers, 2 Multiple up to four layers, 3 compressed, "
                   "4 approximate (geometric grid), 5 approximate (linear grid)")
-      ->required()
       ->check(CLI::Range(0u, 5u));
-  sub->add_option("-d,--dir", a->dir, "Table directory, holding Multiple/ or Approx4equal/")->required();
+  sub->add_option("-d,--dir", a->dir,
+                  "Table directory, holding Multiple/ or Approx4equal/ (with --generate: where the tables go, "
+                  "default $HOME/Torva_tables)");
+  sub->add_flag("--generate", a->generate,
+                "Compute and write the two-layer and half-layer tables of each pair of adjacent layers of --diels");
+  sub->add_option("--pairs", a->pairs,
+                  "With --generate: more pairs of permittivities below/above a horizontal face, e.g. 7/2,2/3.9")
+      ->delimiter(',');
+  sub->add_option("--refine", a->refine,
+                  "With --generate: grid intervals per table cell (and twice as many for the extrapolation)")
+      ->check(CLI::Range(2, 64))
+      ->capture_default_str();
+  sub->add_option("-n,--threads", a->threads, "With --generate: threads (0: all cores)")->capture_default_str();
   sub->add_option("--dir-two", a->dir_two, "Directory of the two-layer, half-layer and approximate tables (default: --dir)");
   sub->add_option("--dir-multi", a->dir_multi, "Directory of the three- and four-layer tables (default: --dir)");
   sub->add_option("--dir-equal", a->dir_equal, "Directory of the compressed set (default: --dir)");
@@ -151,8 +235,19 @@ command add_tables(CLI::App& app) {
   sub->add_option("--walk-scheme", a->walk_scheme, "Walk scheme; above 2 only the first table is taken")
       ->capture_default_str();
   sub->add_flag("--force", a->force, "Go on with an empty stack");
+  // Loading needs a mode and a folder; generating needs a stack of two layers or more.
+  sub->parse_complete_callback([a, sub] {
+    if (a->generate) {
+      if (a->diels.size() < 2 && a->pairs.empty())
+        throw CLI::ValidationError("--diels", "--generate needs two layers or more, or --pairs");
+      if (a->refine % 2 != 0) throw CLI::ValidationError("--refine", "must be even");
+    } else {
+      if (sub->count("--mode") == 0) throw CLI::RequiredError("--mode");
+      if (sub->count("--dir") == 0) throw CLI::RequiredError("--dir");
+    }
+  });
   // Its inputs are folders of tables: a log file named as one cannot be opened.
-  return {sub, [a] { return run_tables(*a); }, false, {}};
+  return {sub, [a] { return a->generate ? run_generate(*a) : run_tables(*a); }, false, {}};
 }
 
 }  // namespace torva::cli

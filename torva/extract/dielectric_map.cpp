@@ -9,11 +9,16 @@ namespace torva {
 namespace {
 
 constexpr double unbounded = std::numeric_limits<double>::infinity();
+// Heights closer than this are one height, as the library compares lengths: a
+// box's face computed as 0.8 + 0.05 lies on the plane at 0.85, not a last
+// place above it, which would leave a layer of no thickness between them.
+constexpr double same_height = 1e-10;
 
 // Gives the stack a break at z (splitting the layer there) and returns its index.
 std::size_t break_at(dielectric_map& m, double z) {
-  const std::size_t i = std::size_t(std::lower_bound(m.planes.begin(), m.planes.end(), z) - m.planes.begin());
-  if (i < m.planes.size() && m.planes[i] == z) return i;
+  std::size_t i = std::size_t(std::lower_bound(m.planes.begin(), m.planes.end(), z - same_height) - m.planes.begin());
+  if (i < m.planes.size() && std::abs(m.planes[i] - z) <= same_height) return i;
+  i = std::size_t(std::lower_bound(m.planes.begin(), m.planes.end(), z) - m.planes.begin());
   m.planes.insert(m.planes.begin() + std::ptrdiff_t(i), z);
   m.layer_eps.insert(m.layer_eps.begin() + std::ptrdiff_t(i), m.layer_eps[i]);
   return i;
@@ -169,6 +174,11 @@ dielectric_map build_dielectric_map(const circuit_layout& layout, const dielectr
     }
   }
   tidy_stack(m, window.lower[2].value, window.upper[2].value, settings.merge_equal);
+  // A box's top or bottom on a plane of the stack lies exactly on it.
+  for (dielectric_box& b : m.boxes)
+    for (double* z : {&b.lo[2], &b.hi[2]})
+      for (const double plane : m.planes)
+        if (std::abs(*z - plane) <= same_height) *z = plane;
   if (!not_boxes.empty()) {
     std::string names;
     for (const std::string& n : not_boxes) names += (names.empty() ? "" : ", ") + n;

@@ -1,14 +1,17 @@
 // The walk through dielectric layers and bodies, checked by physics: plates
 // with layers in series and side by side (exact for a field that is linear in
-// each medium, so the steps across interfaces must cost no bias there), and a
-// cube over a dielectric half-space against its image charge. Each estimate is
-// held against its own standard error, with a fixed seed.
+// each medium, so neither the steps across interfaces nor the straddling
+// cubes may cost bias there), a cube over a dielectric half-space against its
+// image charge, and the two walks against each other on a crossing in three
+// layers. Each estimate is held against its own standard error, with a fixed
+// seed.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <numbers>
 #include <string>
 
+#include "torva/extract/layered_tables.h"
 #include "torva_testing/extraction.h"
 
 namespace torva {
@@ -17,6 +20,26 @@ namespace {
 using testing::eps0;
 using testing::expect_agree;
 using testing::extraction;
+
+// Options of the table walk, its tables written once for the test program
+// (as `torva tables --generate` writes them) and read from their folder.
+extract_options with_tables(extract_options o, std::initializer_list<std::pair<double, double>> pairs) {
+  static const testing::temp_dir dir;
+  o.walk = interface_walk::table;
+  o.table_dir = dir.file("tables");
+  for (const auto& [below, above] : pairs) {
+    bool there = true;
+    for (const std::string& f : layered_pair_files(o.table_dir, below, above)) there = there && table_file_reachable(f);
+    if (!there) write_layered_pair(o.table_dir, generate_layered_pair(below, above, table_generation{2, true, 2}));
+  }
+  return o;
+}
+
+bool generated_any(const extract_result& r) {
+  for (const std::string& w : r.warnings)
+    if (w.find("generated for this run") != std::string::npos) return true;
+  return false;
+}
 
 // Two plates 4 x 4 across a gap of 1, from wall to wall of a Neumann window:
 // the walls mirror the field, so the plates are infinite and nothing fringes.
@@ -37,20 +60,27 @@ TEST_F(extraction, layers_between_plates_add_in_series_and_bodies_side_by_side) 
   const double fringe = vacuum.matrix[0][0] - eps0 * area / gap;
   expect_agree(fringe, vacuum.stderr_matrix[0][0], 0.0, 0.0, "fringe of the homogeneous twin");
 
-  const extract_result series = run(plates("<plate_medium> name low z_top 1 diel 2 </plate_medium>\n"
-                                           "<plate_medium> name high z_top 2 diel 8 </plate_medium>\n"),
-                                    o);
-  const double eps_series = 1.0 / (0.5 / 2 + 0.5 / 8);
-  EXPECT_EQ(series.dielectric.rfind("layers 2 | z 1 | 8", 0), 0u) << series.dielectric;
-  expect_agree(series.matrix[0][0] - eps_series * fringe, series.stderr_matrix[0][0], eps_series * eps0 * area / gap,
-               vacuum.stderr_matrix[0][0] * eps_series, "layers 2 and 8 in series");
+  // Both walks: steps across the interface, and cubes that straddle it.
+  extract_options steps = o;
+  steps.walk = interface_walk::step;
+  for (const extract_options& w : {steps, with_tables(o, {{2, 8}, {1, 4}, {4, 1}})}) {
+    const std::string name = w.walk == interface_walk::step ? " (steps)" : " (tables)";
+    const extract_result series = run(plates("<plate_medium> name low z_top 1 diel 2 </plate_medium>\n"
+                                             "<plate_medium> name high z_top 2 diel 8 </plate_medium>\n"),
+                                      w);
+    const double eps_series = 1.0 / (0.5 / 2 + 0.5 / 8);
+    EXPECT_EQ(series.dielectric.rfind("layers 2 | z 1 | 8", 0), 0u) << series.dielectric;
+    expect_agree(series.matrix[0][0] - eps_series * fringe, series.stderr_matrix[0][0], eps_series * eps0 * area / gap,
+                 vacuum.stderr_matrix[0][0] * eps_series, "layers 2 and 8 in series" + name);
 
-  // A body of permittivity 4 fills the gap over half the plates: 4 and 1 side by side.
-  const extract_result side = run(plates("<medium> name half diel 4 <block> basepoint(0,0,0.5) v1(2,0,0) v2(0,4,0) "
-                                         "hvector(0,0,1) </block> </medium>\n"),
-                                  o);
-  expect_agree(side.matrix[0][0] - 2.5 * fringe, side.stderr_matrix[0][0], 2.5 * eps0 * area / gap,
-               2.5 * vacuum.stderr_matrix[0][0], "a body of 4 beside vacuum");
+    // A body of permittivity 4 fills the gap over half the plates: 4 and 1 side by side.
+    const extract_result side = run(plates("<medium> name half diel 4 <block> basepoint(0,0,0.5) v1(2,0,0) "
+                                           "v2(0,4,0) hvector(0,0,1) </block> </medium>\n"),
+                                    w);
+    expect_agree(side.matrix[0][0] - 2.5 * fringe, side.stderr_matrix[0][0], 2.5 * eps0 * area / gap,
+                 2.5 * vacuum.stderr_matrix[0][0], "a body of 4 beside vacuum" + name);
+    EXPECT_FALSE(generated_any(series) || generated_any(side));
+  }
 }
 
 // A unit cube, its centre a = 3 above a half-space of permittivity e in a
@@ -78,13 +108,19 @@ TEST_F(extraction, a_cube_over_a_dielectric_half_space_follows_its_image) {
   const double C0 = c0.matrix[0][0], s0 = c0.stderr_matrix[0][0];
   const double four_pi_eps0 = 4 * std::numbers::pi * eps0, free = 0.66067815 * four_pi_eps0;
 
+  // Both walks cross the kept interfaces (more hops than in one medium, as
+  // cubes are cut to them or to where they fit a table position).
   o.keep_equal_interfaces = true;
-  const extract_result same =
-      run("<plate_medium> name low z_top 0 diel 1 </plate_medium>\n"
-          "<plate_medium> name mid z_top 2.25 diel 1 </plate_medium>\n" + cube, o);
-  expect_agree(same.matrix[0][0], same.stderr_matrix[0][0], C0, s0, "layers all of vacuum");
-  EXPECT_GT(same.hops[0], c0.hops[0]) << "the kept interfaces were never stepped across";
+  extract_options steps = o;
+  steps.walk = interface_walk::step;
+  for (const extract_options& w : {steps, with_tables(o, {{1, 1}})}) {
+    const extract_result same = run("<plate_medium> name low z_top 0 diel 1 </plate_medium>\n"
+                                    "<plate_medium> name mid z_top 2.25 diel 1 </plate_medium>\n" + cube, w);
+    expect_agree(same.matrix[0][0], same.stderr_matrix[0][0], C0, s0, "layers all of vacuum");
+    EXPECT_GT(same.hops[0], c0.hops[0]) << "the kept interfaces were never crossed";
+  }
   o.keep_equal_interfaces = false;
+  o = with_tables(o, {{2, 1}, {8, 1}});
 
   // More permittivity below, more capacitance: in order, and from vacuum to
   // 8 by more than the errors.
@@ -100,8 +136,59 @@ TEST_F(extraction, a_cube_over_a_dielectric_half_space_follows_its_image) {
         << "e = " << e << ": " << C << " +- " << s << " against the image's " << estimate;
     EXPECT_GT(C, below) << "e = " << e;
     below = C;
-    if (e == 8.0) EXPECT_GT(C - C0, 3 * std::hypot(s, s0));
+    if (e == 8.0) {
+      EXPECT_GT(C - C0, 3 * std::hypot(s, s0));
+    }
   }
+}
+
+// Two wires in the lowest of three layers under two crossing them in the
+// middle one, each pair cutting through a plane of the stack, and a body of
+// 5 over the lower wires whose bottom and top lie on the planes (a box face a
+// straddling cube meets, with a pair of its own). The two walks must agree on
+// the self capacitance and the largest coupling. Tables missing from their
+// folder are generated for the run, with a warning naming the command that
+// writes them, and walk as the files do.
+TEST_F(extraction, the_two_walks_agree_on_a_crossing_in_three_layers) {
+  const std::string layout =
+      "<window> v1(0,0,0) v2(6,6,4) dirichlet </window>\n"
+      "<plate_medium> name low z_top 1 diel 3.9 </plate_medium>\n"
+      "<plate_medium> name mid z_top 2 diel 2.5 </plate_medium>\n"
+      "<plate_medium> name high z_top 4 diel 7 </plate_medium>\n"
+      "<medium> name body diel 5 <block> basepoint(0.5,0.5,1) v1(5,0,0) v2(0,1.9,0) hvector(0,0,1) </block> "
+      "</medium>\n" +
+      testing::block("a1", 0.5, 1.6, 0.7, 5, 0.4, 0.6) + testing::block("a2", 0.5, 3.0, 0.7, 5, 0.4, 0.6) +
+      testing::block("b1", 2.0, 0.5, 1.7, 0.4, 5, 0.6) + testing::block("b2", 3.6, 0.5, 1.7, 0.4, 5, 0.6);
+  extract_options o;
+  o.self_precision = 0.007;
+  o.coupling_precision = 0.05;
+  o.threads = 2;
+  o.seed = 6;
+  o.masters = {"a1"};
+  o.walk = interface_walk::step;
+  const extract_result step = run(layout, o);
+  const extract_options t = with_tables(o, {{3.9, 2.5}, {2.5, 7}, {3.9, 5}, {5, 7}});
+  const extract_result table = run(layout, t);
+  EXPECT_NE(table.dielectric.find("straddling cubes (4 pairs from tables under"), std::string::npos) << table.dielectric;
+  for (const std::size_t j : {0, 2}) {  // a1 itself, and b1 over it
+    expect_agree(table.matrix[0][j], table.stderr_matrix[0][j], step.matrix[0][j], step.stderr_matrix[0][j],
+                 "C(a1, " + step.nets[j] + ")");
+  }
+  EXPECT_LT(table.hops[0], 0.7 * step.hops[0]);
+
+  extract_options fresh = t;
+  fresh.table_dir = dir.file("no_tables");
+  fresh.max_walks = 3000;
+  extract_options files = t;
+  files.max_walks = 3000;
+  const extract_result generated = run(layout, fresh), read = run(layout, files);
+  EXPECT_EQ(generated.matrix, read.matrix);
+  ASSERT_TRUE(generated_any(generated));
+  EXPECT_FALSE(generated_any(read));
+  const std::string command = "`torva tables --generate --diels 3.9,2.5,7 --pairs 3.9/5,5/7 --dir " + fresh.table_dir;
+  bool named = false;
+  for (const std::string& w : generated.warnings) named = named || w.find(command) != std::string::npos;
+  EXPECT_TRUE(named) << (generated.warnings.empty() ? "" : generated.warnings.back());
 }
 
 }  // namespace

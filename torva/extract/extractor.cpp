@@ -13,6 +13,7 @@
 #include "torva/extract/internal/dielectric_map.h"
 #include "torva/extract/internal/gaussian_surface.h"
 #include "torva/extract/internal/layered_walk.h"
+#include "torva/extract/internal/straddle.h"
 #include "torva/extract/internal/row_statistics.h"
 #include "torva/extract/internal/search_choice.h"
 #include "torva/extract/internal/walk.h"
@@ -181,6 +182,8 @@ extract_result extract(circuit_layout& layout, const extract_options& options) {
   result.dielectric = describe(media);
   result.permittivity = media.uniform() ? media.layer_eps.front() : 0.0;
   if (!(options.interface_step > 0 && options.interface_step < 1)) refuse("the interface step must lie in (0, 1)");
+  if (options.table_refine < 2 || options.table_refine > 64 || options.table_refine % 2 != 0)
+    refuse("the refinement of generated tables must be even, from 2 to 64");
   double smallest_edge = std::numeric_limits<double>::infinity();
   for (const wire_block* b : layout.blocks)
     for (int k = 0; k < 3; ++k)
@@ -225,7 +228,16 @@ extract_result extract(circuit_layout& layout, const extract_options& options) {
   const auto importance = std::make_unique<internal::first_hop_sampler>(first.first_table);
   if (options.importance_first_hop) setup.first_hop = importance.get();
   const homogeneous_medium uniform{result.permittivity};
-  const layered_medium layered{&media, 0.5 * result.stop_distance, options.interface_step};
+  // Cubes that straddle a plane need the two-layer tables of each pair of the stack.
+  std::unique_ptr<internal::straddle_tables> straddle;
+  if (options.walk == interface_walk::table && !media.uniform()) {
+    std::vector<std::string> table_warnings;
+    const internal::straddle_settings found{options.table_dir, table_generation{options.table_refine, true, config.thread_count}};
+    straddle = std::make_unique<internal::straddle_tables>(internal::load_straddle_tables(media, found, table_warnings));
+    for (const std::string& w : table_warnings) warn(result, w);
+    result.dielectric += "; horizontal interfaces crossed by straddling cubes (" + straddle->source + ")";
+  }
+  const layered_medium layered{&media, 0.5 * result.stop_distance, options.interface_step, straddle.get()};
 
   std::vector<gaussian_surface> surfaces;
   for (const wire_net* m : masters)

@@ -33,6 +33,11 @@ struct extract_progress {
   double seconds = 0.0;            // since the run began
 };
 
+// How walks cross the planes of a stack of dielectric layers: `table` lets a
+// cube straddle one plane, drawn from the two-layer tables; `step` keeps
+// cubes off every interface and steps across.
+enum class interface_walk { step, table };
+
 struct extract_options {
   std::vector<std::string> masters;   // net names; empty: the layout's tasks, else every net
   double self_precision = 0.01;       // relative standard error of each C_ii
@@ -54,6 +59,12 @@ struct extract_options {
   double interface_step = 0.2;
   double uniform_permittivity = 0.0;   // above 0: this relative permittivity everywhere, the layout's media ignored
   bool keep_equal_interfaces = false;  // keep interfaces with the same permittivity on both sides (to check the steps)
+  interface_walk walk = interface_walk::table;
+  // The two-layer tables are looked for here first, then under
+  // $HOME/Torva_tables (empty: $HOME/Torva_tables alone); pairs found nowhere
+  // are generated for the run on a grid of this refinement (even, from 2).
+  std::string table_dir;
+  int table_refine = 2;
   std::function<void(const extract_progress&)> progress;  // may be empty
   // Processes that share the run (not owned; null: this process alone). Each
   // member walks with its own `threads`; the matrix is that of one process

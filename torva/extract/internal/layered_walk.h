@@ -1,5 +1,7 @@
-// The walk through a stack of dielectrics, with the interfaces crossed by
-// finite-difference steps.
+// The walk through a stack of dielectrics. Two ways to cross an interface:
+// finite-difference steps (below, the "step" walk), and cubes that straddle
+// a plane of the stack, drawn from the two-layer tables (the "table" walk,
+// described after the step walk).
 //
 // A transition cube never crosses an interface: its half size is the smaller
 // of the conductor-free size and the distance to the nearest interface, so
@@ -23,9 +25,28 @@
 // them (exact across a plane parallel to the surface for a field that is
 // linear on each side, and the plain permittivity where the segment lies in
 // one medium).
+//
+// The table walk lets a cube straddle a horizontal interface when that is
+// the nearest interface and the only one within the cube: a plane of the
+// stack, or a box's top or bottom face over or under the walker (far enough
+// from the box's sides). The cube's half size is L = d / |1 - 2k/23| for the
+// walker's distance d to the plane, with the position k that makes L largest
+// within the room (the conductor-free size, the next interface, and under a
+// Neumann window the horizontal walls, whose mirror would add a plane); the
+// exit is drawn from the table row of that position, of the pair of
+// permittivities under and over the plane, and placed uniformly in its cell.
+// A walker within the snap distance of a plane is put on it and takes the
+// cube centred there (the half-layer table). Near a box's side the walk
+// steps as above. The first hop straddles too, with the importance rows:
+// where the plane is nearer than 1/46 of the room to a start on a face
+// across the layers, the start is put on the plane (the flux's error is of
+// second order: the field along the plane is continuous, and the jump of its
+// derivative across it balances between the two sides); a cube smaller than
+// an eighth of the conductor-free size is left to the step walk's first hop.
 #pragma once
 
 #include "torva/extract/internal/dielectric_map.h"
+#include "torva/extract/internal/straddle.h"
 #include "torva/extract/internal/walk.h"
 
 namespace torva {
@@ -34,6 +55,7 @@ struct layered_medium {
   const dielectric_map* map = nullptr;
   double snap = 1e-4;        // a walker this near an interface steps across it; below half the stop distance
   double step_ratio = 0.2;   // the step across, as a share of the distance to the nearest conductor
+  const internal::straddle_tables* tables = nullptr;  // the table walk when set, else the step walk
 };
 
 namespace internal {
@@ -82,6 +104,201 @@ inline double harmonic_permittivity(const dielectric_map& m, const point3& p, in
   return 2 * h / integral;
 }
 
+// Moves p to the exit `at` (a point of the cube [-1,1]^3) of the cube of half size L about it.
+inline void move_to(point3& p, const double at[3], double L) noexcept {
+  for (int k = 0; k < 3; ++k) p[k] = p[k].value + at[k] * L;
+}
+
+// Moves p to an exit of the homogeneous cube of half size L about it.
+inline void hop(point3& p, const cube_exit& e, double L) noexcept {
+  const int a1 = (e.axis + 1) % 3, a2 = (e.axis + 2) % 3;
+  p[e.axis] = p[e.axis].value + e.side * L;
+  p[a1] = p[a1].value + e.at[0] * L;
+  p[a2] = p[a2].value + e.at[1] * L;
+}
+
+// The step walk's first hop from the start p with conductor-free size d: the
+// weight, and p moved to where the walk goes on.
+inline double step_first_hop(const walk_setup& s, const dielectric_map& map, const gaussian_surface& surface,
+                             const gaussian_point& start, point3& p, double d, walk_random& rng) noexcept {
+  const double to_interface = map.nearest_interface(p).distance;
+  if (to_interface >= 0.125 * d) {
+    d = std::min(d, to_interface);
+    const double flux = vacuum_permittivity * map.permittivity_at(p) * surface.area;
+    cube_exit e;
+    double weight;
+    if (s.first_hop != nullptr) {
+      int sign = 0;
+      e = s.first_hop->sample(start.axis, start.side, rng, sign);
+      weight = -flux * sign * s.first_hop->total / d;
+    } else {
+      e = s.sampler.sample(rng);
+      weight = -flux * first_hop_factor(start.axis, start.side, e) / d;
+    }
+    hop(p, e, d);
+    return weight;
+  }
+  const double h = 0.25 * d;
+  const double flux = vacuum_permittivity * harmonic_permittivity(map, p, start.axis, h) * surface.area;
+  const int ahead = (rng.next() >> 63) ? 1 : -1;
+  p[start.axis] = p[start.axis].value + ahead * start.side * h;
+  return -flux * ahead / h;
+}
+
+// One step of the flux balance from p, within `snap` of an interface, with
+// conductor-free size d. False when the step has no length (the walk is lost).
+// Near an edge of a box the step is not let shrink below an eighth of its
+// length, and crosses the other face with the face's mean permittivity.
+inline bool interface_step(const layered_medium& medium, point3& p, double d, walk_random& rng) noexcept {
+  const dielectric_map& map = *medium.map;
+  const interface_hit hit = map.nearest_interface(p);
+  p[hit.axis] = hit.plane;
+  const double room = std::max(d - medium.snap, 0.0);
+  double h = medium.step_ratio * room;
+  const double other = map.nearest_interface(p, hit.axis, hit.plane).distance;
+  h = std::max(std::min(h, other), 0.125 * h);
+  if (!(h > 0.0)) return false;
+  double weight[6], total = 0.0;
+  for (int k = 0; k < 6; ++k) {
+    weight[k] = face_permittivity(map, p, k >> 1, (k & 1) ? 1 : -1, h);
+    total += weight[k];
+  }
+  double u = rng.uniform() * total;
+  int k = 0;
+  while (k < 5 && u >= weight[k]) u -= weight[k++];
+  p[k >> 1] = p[k >> 1].value + ((k & 1) ? h : -h);
+  return true;
+}
+
+// The smallest odd number at least x (x > 0).
+inline int odd_at_least(double x) noexcept {
+  const int j = std::max(1, int(std::ceil(x)));
+  return j % 2 ? j : j + 1;
+}
+
+// Under a Neumann window the distance to the nearer horizontal wall, else infinity.
+inline double horizontal_wall_room(const walk_setup& s, const point3& p) noexcept {
+  if (s.dirichlet) return std::numeric_limits<double>::infinity();
+  return std::min(p[2].value - s.window.lower[2].value, s.window.upper[2].value - p[2].value);
+}
+
+// Whether the nearest interface is a horizontal plane straight above or
+// below p (a layer's plane, or a box's face over or under p), at hit.distance.
+inline bool horizontal(const interface_hit& hit, const point3& p) noexcept {
+  return hit.axis == 2 && std::abs(p[2].value - hit.plane) == hit.distance;
+}
+
+// The tables of the plane z = `plane` at the column of p: the pair of
+// permittivities just under and just over it (a point on the plane belongs
+// to the medium under it).
+inline const straddle_interface* tables_at(const layered_medium& medium, const point3& p, double plane) noexcept {
+  point3 q = p;
+  q[2] = plane;
+  const double below = medium.map->permittivity_at(q);
+  q[2] = std::nextafter(plane, std::numeric_limits<double>::infinity());
+  return medium.tables->find(below, medium.map->permittivity_at(q));
+}
+
+// How far a cube about p may reach that cuts the plane of `hit`: to the
+// nearest other interface, the conductor-free size d, and the horizontal
+// Neumann walls (whose mirror would add a plane).
+inline double straddle_room(const walk_setup& s, const layered_medium& medium, const point3& p, const interface_hit& hit,
+                            double d) noexcept {
+  return std::min({d, medium.map->nearest_interface(p, 2, hit.plane).distance, horizontal_wall_room(s, p)});
+}
+
+// Where the interface of a cube straddling a plane may sit: the position k
+// (1..22) and the half size, for the distance `to_plane` to the plane and
+// the room the cube may fill; k = 0 when no position fits (the plane too near
+// the room's edge).
+struct straddle_fit {
+  int k = 0;
+  double half_size = 0.0;
+};
+
+inline straddle_fit fit_straddle(double to_plane, double room, bool above_plane) noexcept {
+  straddle_fit f;
+  const int j = odd_at_least(two_layer_cells * to_plane / room);
+  if (j > two_layer_cells - 2) return f;
+  f.half_size = two_layer_cells * to_plane / j;
+  f.k = above_plane ? (two_layer_cells - j) / 2 : (two_layer_cells + j) / 2;
+  return f;
+}
+
+// The table walk's first hop: true with the weight and p moved when a cube
+// straddling a plane serves, false to leave it to the step walk's.
+inline bool straddle_first_hop(const walk_setup& s, const layered_medium& medium, const gaussian_surface& surface,
+                               const gaussian_point& start, point3& p, double d, walk_random& rng,
+                               double& weight) noexcept {
+  const dielectric_map& map = *medium.map;
+  const interface_hit hit = map.nearest_interface(p);
+  if (!horizontal(hit, p) || !(hit.distance < d) || !(hit.distance > medium.snap)) return false;
+  const double room = straddle_room(s, medium, p, hit, d);
+  if (!(hit.distance < room)) return false;
+  const double flux = vacuum_permittivity * map.permittivity_at(p) * surface.area;
+  double at[3];
+  if (start.axis != 2 && hit.distance < room / (2 * two_layer_cells)) {
+    const double L = room - hit.distance;
+    const straddle_interface* t = tables_at(medium, p, hit.plane);
+    if (t == nullptr || !(L >= 0.125 * d)) return false;
+    p[2] = hit.plane;
+    const double factor = draw_first(t->half->gft_is.values, t->half->wvt_is.values, half_layer_cells,
+                                     half_layer_cells / 2, start.axis, start.side, rng, at);
+    weight = -flux * factor / L;
+    move_to(p, at, L);
+    return true;
+  }
+  const straddle_fit f = fit_straddle(hit.distance, room, p[2].value > hit.plane);
+  if (f.k == 0 || !(f.half_size >= 0.125 * d)) return false;
+  const straddle_interface* t = tables_at(medium, p, hit.plane);
+  if (t == nullptr) return false;
+  const double factor = draw_first(t->two->gft_is.row(std::size_t(3 * (f.k - 1))), t->two->wvt_is.row(std::size_t(f.k - 1)),
+                                   two_layer_cells, f.k, start.axis, start.side, rng, at);
+  weight = -flux * factor / f.half_size;
+  move_to(p, at, f.half_size);
+  return true;
+}
+
+// One hop of the table walk from p with conductor-free size d (walls
+// included): false when the walk is lost.
+inline bool straddle_hop(const walk_setup& s, const layered_medium& medium, point3& p, double d,
+                         walk_random& rng) noexcept {
+  const dielectric_map& map = *medium.map;
+  const interface_hit hit = map.nearest_interface(p);
+  double at[3];
+  if (hit.distance <= medium.snap) {
+    // On a plane: the cube centred there, else a step across.
+    if (horizontal(hit, p)) {
+      point3 q = p;
+      q[2] = hit.plane;
+      const double L = std::min(d - hit.distance, straddle_room(s, medium, q, hit, d));
+      const straddle_interface* t = tables_at(medium, q, hit.plane);
+      if (t != nullptr && L > 0.0) {
+        p = q;
+        draw_half_layer(*t, rng, at);
+        move_to(p, at, L);
+        return true;
+      }
+    }
+    return interface_step(medium, p, d, rng);
+  }
+  if (horizontal(hit, p) && hit.distance < d) {
+    const double room = straddle_room(s, medium, p, hit, d);
+    if (hit.distance < room) {
+      const straddle_fit f = fit_straddle(hit.distance, room, p[2].value > hit.plane);
+      const straddle_interface* t = f.k > 0 ? tables_at(medium, p, hit.plane) : nullptr;
+      if (t != nullptr) {
+        draw_two_layer(*t, f.k, rng, at);
+        move_to(p, at, f.half_size);
+        return true;
+      }
+    }
+  }
+  // A cube up to the nearest interface, as the step walk takes it.
+  hop(p, s.sampler.sample(rng), std::min(d, hit.distance));
+  return true;
+}
+
 }  // namespace internal
 
 // One walk from a point drawn on the surface, through the dielectric map.
@@ -100,32 +317,9 @@ inline walk_end walk_once(const walk_setup& s, const layered_medium& medium, con
     out.net = ended;
     return out;
   }
-
-  // The first hop.
-  const double to_interface = map.nearest_interface(p).distance;
-  internal::cube_exit e;
-  if (to_interface >= 0.125 * d) {
-    d = std::min(d, to_interface);
-    const double flux = vacuum_permittivity * map.permittivity_at(p) * surface.area;
-    if (s.first_hop != nullptr) {
-      int sign = 0;
-      e = s.first_hop->sample(start.axis, start.side, rng, sign);
-      out.weight = -flux * sign * s.first_hop->total / d;
-    } else {
-      e = s.sampler.sample(rng);
-      out.weight = -flux * internal::first_hop_factor(start.axis, start.side, e) / d;
-    }
-    const int a1 = (e.axis + 1) % 3, a2 = (e.axis + 2) % 3;
-    p[e.axis] = p[e.axis].value + e.side * d;
-    p[a1] = p[a1].value + e.at[0] * d;
-    p[a2] = p[a2].value + e.at[1] * d;
-  } else {
-    const double h = 0.25 * d;
-    const double flux = vacuum_permittivity * internal::harmonic_permittivity(map, p, start.axis, h) * surface.area;
-    const int ahead = (rng.next() >> 63) ? 1 : -1;
-    out.weight = -flux * ahead / h;
-    p[start.axis] = p[start.axis].value + ahead * start.side * h;
-  }
+  const bool tables = medium.tables != nullptr;
+  if (!tables || !internal::straddle_first_hop(s, medium, surface, start, p, d, rng, out.weight))
+    out.weight = internal::step_first_hop(s, map, surface, start, p, d, rng);
 
   for (;;) {
     if (!s.dirichlet)
@@ -140,37 +334,21 @@ inline walk_end walk_once(const walk_setup& s, const layered_medium& medium, con
       out.net = walk_setup::nowhere;
       return out;
     }
-    const interface_hit hit = map.nearest_interface(p);
-    if (hit.distance > medium.snap) {
-      d = std::min(d, hit.distance);
-      e = s.sampler.sample(rng);
-      const int a1 = (e.axis + 1) % 3, a2 = (e.axis + 2) % 3;
-      p[e.axis] = p[e.axis].value + e.side * d;
-      p[a1] = p[a1].value + e.at[0] * d;
-      p[a2] = p[a2].value + e.at[1] * d;
-      continue;
+    bool moved;
+    if (tables) {
+      moved = internal::straddle_hop(s, medium, p, d, rng);
+    } else {
+      const interface_hit hit = map.nearest_interface(p);
+      if (hit.distance > medium.snap) {
+        internal::hop(p, s.sampler.sample(rng), std::min(d, hit.distance));
+        continue;
+      }
+      moved = internal::interface_step(medium, p, d, rng);
     }
-    // On the interface: one step of the flux balance. Near an edge of a box
-    // the step is not let shrink below an eighth of its length, and crosses
-    // the other face with the face's mean permittivity.
-    p[hit.axis] = hit.plane;
-    const double room = std::max(d - medium.snap, 0.0);
-    double h = medium.step_ratio * room;
-    const double other = map.nearest_interface(p, hit.axis, hit.plane).distance;
-    h = std::max(std::min(h, other), 0.125 * h);
-    if (!(h > 0.0)) {
+    if (!moved) {
       out.net = walk_setup::nowhere;
       return out;
     }
-    double weight[6], total = 0.0;
-    for (int k = 0; k < 6; ++k) {
-      weight[k] = internal::face_permittivity(map, p, k >> 1, (k & 1) ? 1 : -1, h);
-      total += weight[k];
-    }
-    double u = rng.uniform() * total;
-    int k = 0;
-    while (k < 5 && u >= weight[k]) u -= weight[k++];
-    p[k >> 1] = p[k >> 1].value + ((k & 1) ? h : -h);
   }
 }
 

@@ -165,9 +165,11 @@ class Cap3dParser {
   bool parse_ok = false;
 
  private:
-  // The binary branch of parse, entered behind the 12 flag bytes. `buffer` is
-  // parse's chunk buffer of `buffer_size` bytes, free for records.
-  bool parseBinary(std::istream& in, const std::string& dump_file, char* buffer, std::size_t buffer_size);
+  // The binary branch of parse, entered behind the 12 flag bytes of `in`, the
+  // stream of `file`. `buffer` is parse's chunk buffer of `buffer_size` bytes,
+  // free for records.
+  bool parseBinary(std::istream& in, const std::string& file, const std::string& dump_file, char* buffer,
+                   std::size_t buffer_size);
 
   // Prints the syntax error line for `word` and returns false.
   static bool syntaxError(const char* word);

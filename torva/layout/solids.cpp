@@ -1,20 +1,79 @@
 #include "torva/layout/solids.h"
 
-#include <deque>
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <cstddef>
 #include <mutex>
+#include <new>
+#include <vector>
 
 namespace torva {
 
 namespace {
 
+// Solids are never released, so they are cut from large chunks one after the
+// other rather than allocated one by one: each thread bumps a pointer through
+// a chunk of its own, with no lock and no per-solid bookkeeping. A thread's
+// chunks grow with what it has taken (a reader of a large layout soon works
+// in chunks of many megabytes, which the kernel is asked to back with huge
+// pages: faulting in fresh memory page by page is much of a large read's
+// cost). Every chunk stays listed in a process-wide store, so leak checkers
+// see it as in use.
+constexpr std::size_t first_chunk = std::size_t(64) << 10;
+constexpr std::size_t huge_chunk = std::size_t(2) << 20;
+constexpr std::size_t largest_chunk = std::size_t(64) << 20;
+
+std::mutex& chunk_lock() {
+  static std::mutex* lock = new std::mutex;
+  return *lock;
+}
+
+std::vector<void*>& chunk_list() {
+  static std::vector<void*>* chunks = new std::vector<void*>;
+  return *chunks;
+}
+
+struct solid_chunk {
+  char* next = nullptr;
+  char* end = nullptr;
+  std::size_t taken = 0;  // bytes of all the chunks this thread has had
+
+  // Room for `bytes`, a multiple of 8, at 8-byte alignment.
+  void* allocate(std::size_t bytes) {
+    if (static_cast<std::size_t>(end - next) < bytes) refill(bytes);
+    void* at = next;
+    next += bytes;
+    return at;
+  }
+
+  void refill(std::size_t bytes) {
+    std::size_t size = std::clamp(taken, first_chunk, largest_chunk);
+    size = std::max(size, bytes);
+    void* chunk;
+    if (size >= huge_chunk) {
+      size = (size + huge_chunk - 1) / huge_chunk * huge_chunk;
+      chunk = ::operator new(size, std::align_val_t(huge_chunk));
+      ::madvise(chunk, size, MADV_HUGEPAGE);  // advice only: failure leaves small pages
+    } else {
+      chunk = ::operator new(size);
+    }
+    {
+      std::lock_guard<std::mutex> guard(chunk_lock());
+      chunk_list().push_back(chunk);
+    }
+    next = static_cast<char*>(chunk);
+    end = next + size;
+    taken += size;
+  }
+};
+
+thread_local solid_chunk current_chunk;
+
 template <class T>
 T* keep(const T& value) {
-  // Never destroyed: shapes anywhere in the process may still point here.
-  static std::mutex* lock = new std::mutex;
-  static std::deque<T>* store = new std::deque<T>;
-  std::lock_guard<std::mutex> guard(*lock);
-  store->push_back(value);
-  return &store->back();
+  static_assert(alignof(T) <= 8 && sizeof(T) % 8 == 0);
+  return ::new (current_chunk.allocate(sizeof(T))) T(value);
 }
 
 }  // namespace

@@ -39,8 +39,8 @@
 #include "torva/geometry/convex_decomposition.h"
 #include "torva/layout/cap3d_parser.h"
 #include "torva/layout/internal/binary_fields.h"
-#include "torva/layout/internal/mapped_file.h"
 #include "torva/layout/internal/block_shape_supply.h"
+#include "torva/layout/internal/mapped_file.h"
 
 namespace torva {
 

@@ -18,19 +18,22 @@ namespace {
 // chunks grow with what it has taken (a reader of a large layout soon works
 // in chunks of many megabytes, which the kernel is asked to back with huge
 // pages: faulting in fresh memory page by page is much of a large read's
-// cost). Every chunk stays listed in a process-wide store, so leak checkers
-// see it as in use.
+// cost). A thread that ends leaves the rest of its chunk to the next thread
+// that needs one. Every chunk stays listed in a process-wide store, so leak
+// checkers see it as in use.
 constexpr std::size_t first_chunk = std::size_t(64) << 10;
 constexpr std::size_t huge_chunk = std::size_t(2) << 20;
 constexpr std::size_t largest_chunk = std::size_t(64) << 20;
 
-std::mutex& chunk_lock() {
-  static std::mutex* lock = new std::mutex;
-  return *lock;
-}
+struct chunk_store {
+  std::mutex lock;
+  std::vector<void*> chunks;
+  char* spare_next = nullptr;  // the largest rest of a chunk that a thread left
+  char* spare_end = nullptr;
+};
 
-std::vector<void*>& chunk_list() {
-  static std::vector<void*>* chunks = new std::vector<void*>;
+chunk_store& store() {
+  static chunk_store* chunks = new chunk_store;  // never destroyed: solids outlive everything
   return *chunks;
 }
 
@@ -38,6 +41,15 @@ struct solid_chunk {
   char* next = nullptr;
   char* end = nullptr;
   std::size_t taken = 0;  // bytes of all the chunks this thread has had
+
+  ~solid_chunk() {
+    chunk_store& s = store();
+    std::lock_guard<std::mutex> guard(s.lock);
+    if (end - next > s.spare_end - s.spare_next) {
+      s.spare_next = next;
+      s.spare_end = end;
+    }
+  }
 
   // Room for `bytes`, a multiple of 8, at 8-byte alignment.
   void* allocate(std::size_t bytes) {
@@ -48,8 +60,17 @@ struct solid_chunk {
   }
 
   void refill(std::size_t bytes) {
-    std::size_t size = std::clamp(taken, first_chunk, largest_chunk);
-    size = std::max(size, bytes);
+    std::size_t size = std::max(std::clamp(taken, first_chunk, largest_chunk), bytes);
+    chunk_store& s = store();
+    {
+      std::lock_guard<std::mutex> guard(s.lock);
+      if (static_cast<std::size_t>(s.spare_end - s.spare_next) >= std::max(bytes, first_chunk / 4)) {
+        next = s.spare_next;
+        end = s.spare_end;
+        s.spare_next = s.spare_end = nullptr;
+        return;
+      }
+    }
     void* chunk;
     if (size >= huge_chunk) {
       size = (size + huge_chunk - 1) / huge_chunk * huge_chunk;
@@ -59,8 +80,8 @@ struct solid_chunk {
       chunk = ::operator new(size);
     }
     {
-      std::lock_guard<std::mutex> guard(chunk_lock());
-      chunk_list().push_back(chunk);
+      std::lock_guard<std::mutex> guard(s.lock);
+      s.chunks.push_back(chunk);
     }
     next = static_cast<char*>(chunk);
     end = next + size;

@@ -24,7 +24,7 @@ namespace torva::internal {
 namespace {
 
 constexpr std::size_t row_count = compressed_rows;
-constexpr std::size_t batch_rows = 128;  // a multiple of 8
+constexpr std::size_t batch_rows = 64;  // a multiple of 8
 constexpr std::size_t file_count = 6;
 
 std::size_t record_bytes(std::size_t file) { return compressed_header + 4 * compressed_files[file].row_size; }
@@ -67,8 +67,9 @@ bool read_at(int fd, char* into, std::size_t bytes, std::size_t offset) {
 // space, which only its total outlives.
 class finisher {
  public:
-  finisher(const file_set& files, cmpr_equal_layer_cube_group* const* owners, table_loader& loader)
-      : files_(files), owners_(owners), loader_(loader) {
+  // Totals go to b_totals[row] and xy_b_totals[row].
+  finisher(const file_set& files, cmpr_equal_layer_cube_group* const* owners, double* b_totals, double* xy_b_totals)
+      : files_(files), owners_(owners), b_totals_(b_totals), xy_b_totals_(xy_b_totals) {
     for (std::size_t f = 0; f < file_count; ++f) buffers_[f].resize(batch_rows * record_bytes(f));
   }
 
@@ -79,10 +80,10 @@ class finisher {
     for (std::size_t r0 = 0; r0 < rows; r0 += 8) {
       const std::size_t n = std::min<std::size_t>(8, rows - r0);
       finish<0, &cmpr_equal_layer_cube_group::gft_a>(first, r0, n, nullptr, 0.0f);
-      finish<1, &cmpr_equal_layer_cube_group::gft_b>(first, r0, n, &loader_.b_totals, 8.0f);
+      finish<1, &cmpr_equal_layer_cube_group::gft_b>(first, r0, n, b_totals_, 8.0f);
       finish<2, &cmpr_equal_layer_cube_group::gft_is_z>(first, r0, n, nullptr, 0.0f);
       finish<3, &cmpr_equal_layer_cube_group::gft_is_xy_a>(first, r0, n, nullptr, 0.0f);
-      finish<4, &cmpr_equal_layer_cube_group::gft_is_xy_b>(first, r0, n, &loader_.xy_b_totals, 4.0f);
+      finish<4, &cmpr_equal_layer_cube_group::gft_is_xy_b>(first, r0, n, xy_b_totals_, 4.0f);
       for (std::size_t k = 0; k < n; ++k) {
         if (cmpr_equal_layer_cube_group* group = owners_[first + r0 + k]) {
           std::memcpy(group->weights, buffers_[5].data() + (r0 + k) * record_bytes(5) + compressed_header,
@@ -96,7 +97,7 @@ class finisher {
 
  private:
   template <std::size_t File, auto Member>
-  void finish(std::size_t first, std::size_t r0, std::size_t n, std::vector<double>* totals, float scale) {
+  void finish(std::size_t first, std::size_t r0, std::size_t n, double* totals, float scale) {
     constexpr std::size_t size = compressed_files[File].row_size;
     float* out[8];
     float sum[8];
@@ -107,15 +108,84 @@ class finisher {
     const std::size_t stride = record_bytes(File);
     finish_rows<size>(buffers_[File].data() + r0 * stride + compressed_header, stride, n, out, sum);
     if (totals != nullptr) {
-      for (std::size_t k = 0; k < n; ++k) totals->push_back(static_cast<double>(sum[k] * scale));
+      for (std::size_t k = 0; k < n; ++k) totals[first + r0 + k] = static_cast<double>(sum[k] * scale);
     }
   }
 
   const file_set& files_;
   cmpr_equal_layer_cube_group* const* owners_;
-  table_loader& loader_;
+  double* b_totals_;
+  double* xy_b_totals_;
   std::vector<char> buffers_[file_count];
   float scratch_[8][cmpr_equal_layer_cube_group::gft_is_z_size];
+};
+
+using group_map = decltype(cmpr_equal_layer_database::groups);
+
+constexpr std::size_t batch_count = (row_count + batch_rows - 1) / batch_rows;
+constexpr std::size_t half_rows = row_count / 2;
+
+std::size_t rows_of(std::size_t batch) { return std::min(batch_rows, row_count - batch * batch_rows); }
+
+// What the two threads share. Groups are made batch by batch in row order by
+// this thread; the other one makes the nodes of batches from the last one
+// down, ahead, until the two meet (a batch is claimed by one of them), so
+// that both fault in fresh memory. Then both finish batches as they come.
+struct load_state {
+  // Per batch: 0 unclaimed, 1 made here, 2 being made ahead, 3 made ahead.
+  enum : int { unclaimed = 0, here = 1, being_made_ahead = 2, made_ahead = 3 };
+  std::atomic<int> claims[batch_count];
+  group_map ahead[batch_count];
+  // owners[row]: the group the row made, null where an earlier row (or an
+  // earlier load) made it. Published for a batch by `made`.
+  std::vector<cmpr_equal_layer_cube_group*> owners = std::vector<cmpr_equal_layer_cube_group*>(row_count);
+  std::atomic<std::size_t> made{0};
+  std::atomic<std::size_t> next_batch{0};  // the next batch to finish
+  std::atomic<bool> failed{false};
+
+  load_state() {
+    for (std::atomic<int>& c : claims) c.store(unclaimed, std::memory_order_relaxed);
+  }
+
+  void make_ahead(const compressed_grid& grid) {
+    for (std::size_t b = batch_count; b-- > 0 && !failed.load(std::memory_order_relaxed);) {
+      int expected = unclaimed;
+      if (!claims[b].compare_exchange_strong(expected, being_made_ahead, std::memory_order_acq_rel)) break;
+      bool out_of_memory = false;
+      try {
+        ahead[b].reserve(rows_of(b));
+        for (std::size_t row = b * batch_rows; row < b * batch_rows + rows_of(b); ++row) {
+          // A row of the second half whose key is that of its twin in the
+          // first half finds its group made: no node for it.
+          const diel_tuple<4> key = grid.key(row);
+          if (row >= half_rows && key == grid.key(row - half_rows)) continue;
+          ahead[b].try_emplace(key);
+        }
+      } catch (...) {
+        out_of_memory = true;  // the rows whose nodes are missing are made there
+      }
+      claims[b].store(made_ahead, std::memory_order_release);
+      claims[b].notify_all();
+      if (out_of_memory) break;
+    }
+  }
+
+  // Finishes batches until none is left, or until a read fails (`failed`).
+  void finish_batches(finisher& reader) {
+    for (;;) {
+      const std::size_t b = next_batch.fetch_add(1, std::memory_order_relaxed);
+      if (b >= batch_count) return;
+      const std::size_t first = b * batch_rows, rows = rows_of(b);
+      for (std::size_t now = made.load(std::memory_order_acquire); now < first + rows && !failed.load();
+           now = made.load(std::memory_order_acquire))
+        made.wait(now, std::memory_order_acquire);
+      if (failed.load(std::memory_order_relaxed)) return;
+      if (!reader.batch(first, rows)) {
+        failed.store(true, std::memory_order_relaxed);
+        return;
+      }
+    }
+  }
 };
 
 }  // namespace
@@ -132,67 +202,72 @@ bool load_compressed_direct(table_loader& loader, cmpr_equal_layer_database& sto
   store.groups.reserve(store.groups.size() + row_count);
   store.order.reserve(old_order + row_count);
   loader.mix.reserve(old_mix + row_count);
-  loader.b_totals.reserve(old_b + row_count);
-  loader.xy_b_totals.reserve(old_xy_b + row_count);
-
-  // owners[row]: the group the row made, null where an earlier row made it.
-  // A batch's entries are published by `made` once its groups stand.
-  std::vector<cmpr_equal_layer_cube_group*> owners(row_count, nullptr);
-  std::atomic<std::size_t> made{0};
-  std::atomic<bool> failed{false};
-  auto reader = std::make_unique<finisher>(files, owners.data(), loader);
-  auto follow = [&] {
-    for (std::size_t first = 0; first < row_count; first += batch_rows) {
-      const std::size_t rows = std::min(batch_rows, row_count - first);
-      for (std::size_t now = made.load(std::memory_order_acquire); now < first + rows;
-           now = made.load(std::memory_order_acquire))
-        made.wait(now, std::memory_order_acquire);
-      if (failed.load(std::memory_order_relaxed)) return;
-      if (!reader->batch(first, rows)) {
-        failed.store(true, std::memory_order_relaxed);
-        return;
-      }
-    }
-  };
-
-  // The follower runs while this thread makes the groups; if making them
-  // throws, it is stopped and joined before anything it uses goes.
-  struct follower_thread {
-    std::thread thread;
-    std::atomic<std::size_t>& made;
-    std::atomic<bool>& failed;
-    ~follower_thread() {
-      if (!thread.joinable()) return;
-      failed.store(true, std::memory_order_relaxed);
-      made.store(row_count, std::memory_order_release);
-      made.notify_one();
-      thread.join();
-    }
-  } follower{std::thread(), made, failed};
-  if (threaded) follower.thread = std::thread(follow);
+  loader.b_totals.resize(old_b + row_count);
+  loader.xy_b_totals.resize(old_xy_b + row_count);
 
   const compressed_grid grid;
-  for (std::size_t row = 0; row < row_count; ++row) {
-    const diel_tuple<4> key = grid.key(row);
-    auto [it, inserted] = store.groups.try_emplace(key);
-    if (inserted) owners[row] = &it->second;
-    store.order.push_back(&it->second);
-    loader.mix.push_back(mixing_weight(key));
-    if ((row + 1) % batch_rows == 0 || row + 1 == row_count) {
-      made.store(row + 1, std::memory_order_release);
-      made.notify_one();
+  auto shared = std::make_unique<load_state>();
+  load_state& st = *shared;
+  auto here = std::make_unique<finisher>(files, st.owners.data(), loader.b_totals.data() + old_b,
+                                         loader.xy_b_totals.data() + old_xy_b);
+  auto there = std::make_unique<finisher>(files, st.owners.data(), loader.b_totals.data() + old_b,
+                                          loader.xy_b_totals.data() + old_xy_b);
+
+  // The other thread runs while this one makes the groups; if making them
+  // throws, it is stopped and joined before anything it uses goes.
+  struct helper_thread {
+    std::thread thread;
+    load_state& st;
+    ~helper_thread() {
+      if (!thread.joinable()) return;
+      st.failed.store(true);
+      st.made.store(row_count, std::memory_order_release);
+      st.made.notify_all();
+      thread.join();
     }
-  }
+  } helper{std::thread(), st};
   if (threaded) {
-    follower.thread.join();
-  } else {
-    follow();
+    helper.thread = std::thread([&] {
+      st.make_ahead(grid);
+      st.finish_batches(*there);
+    });
   }
-  if (!failed.load()) return true;
+
+  for (std::size_t b = 0; b < batch_count; ++b) {
+    int expected = load_state::unclaimed;
+    const bool mine = st.claims[b].compare_exchange_strong(expected, load_state::here, std::memory_order_acq_rel);
+    if (!mine) {
+      for (int now = st.claims[b].load(std::memory_order_acquire); now != load_state::made_ahead;
+           now = st.claims[b].load(std::memory_order_acquire))
+        st.claims[b].wait(now, std::memory_order_acquire);
+    }
+    for (std::size_t row = b * batch_rows; row < b * batch_rows + rows_of(b); ++row) {
+      const diel_tuple<4> key = grid.key(row);
+      cmpr_equal_layer_cube_group* group;
+      auto found = mine ? store.groups.end() : store.groups.find(key);
+      if (found != store.groups.end()) {
+        group = &found->second;
+      } else if (group_map::node_type node = mine ? group_map::node_type() : st.ahead[b].extract(key); !node.empty()) {
+        group = &store.groups.insert(std::move(node)).position->second;
+        st.owners[row] = group;
+      } else {
+        auto [it, inserted] = store.groups.try_emplace(key);
+        group = &it->second;
+        if (inserted) st.owners[row] = group;
+      }
+      store.order.push_back(group);
+      loader.mix.push_back(mixing_weight(key));
+    }
+    st.made.store(b * batch_rows + rows_of(b), std::memory_order_release);
+    st.made.notify_all();
+  }
+  st.finish_batches(*here);
+  if (threaded) helper.thread.join();
+  if (!st.failed.load()) return true;
 
   // Undo, so that the staged reader finds the store and the loader as they were.
   for (std::size_t row = 0; row < row_count; ++row) {
-    if (owners[row] != nullptr) store.groups.erase(grid.key(row));
+    if (st.owners[row] != nullptr) store.groups.erase(grid.key(row));
   }
   store.order.resize(old_order);
   loader.mix.resize(old_mix);

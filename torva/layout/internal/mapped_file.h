@@ -1,5 +1,8 @@
 // A regular file mapped read-only into memory for the whole of a read, so that
-// its bytes are used where the kernel's cache holds them, with no copy.
+// its bytes are used where the kernel's cache holds them, with no copy. As
+// with any mapping, a file that another process cuts short while it is being
+// read leaves pages that fault (SIGBUS) when touched; a file that is only
+// read, or replaced by renaming, is safe.
 #pragma once
 
 #include <cstddef>

@@ -1,10 +1,12 @@
 // The direct reader of the compressed set: no staging arrays and no copy of a
-// whole file. This thread makes the groups in row order, as the staged reader
-// does; a second thread follows it batch by batch, reads the six files' rows
-// of the batch and finishes them straight into the groups that were made for
-// them. Most of a load is faulting in the groups' fresh memory and reading
-// the files, and the two now overlap; at its peak the load holds the groups
-// and a few batches of rows.
+// whole file. Rows go in batches of 64. This thread puts the groups into the
+// store in row order, as the staged reader does; meanwhile a second thread
+// makes the nodes of the last batches ahead (in maps of their own, from which
+// they are moved into the store in their turn), so that both threads fault in
+// the groups' fresh memory, which is most of a load. Then both read the six
+// files' rows of a batch at a time and finish them straight into the groups
+// made for them. At its peak the load holds the groups and two batches of
+// rows.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>

@@ -95,7 +95,7 @@ void finish_rows(const char* in, std::size_t stride, std::size_t rows, float* co
 void load_compressed_staged(table_loader& loader, cmpr_equal_layer_database& store, const std::string& dir);
 
 // The rows of the six files read in batches straight into the groups, with
-// `threaded` on a second thread while this one makes the groups. False, with
+// `threaded` the work shared with a second thread. False, with
 // the store and the loader as they were, when a file is not a plain file of
 // its length at its path or a read fails: the staged reader then takes over,
 // and says what it finds.

@@ -28,7 +28,10 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <stdexcept>
+#include <system_error>
+#include <thread>
 #include <vector>
 
 #include "torva/foundation/file_pool.h"
@@ -36,6 +39,8 @@
 #include "torva/geometry/convex_decomposition.h"
 #include "torva/layout/cap3d_parser.h"
 #include "torva/layout/internal/binary_fields.h"
+#include "torva/layout/internal/block_shape_supply.h"
+#include "torva/layout/internal/mapped_file.h"
 
 namespace torva {
 
@@ -43,6 +48,10 @@ namespace {
 
 using internal::binary_name_area;
 using internal::binary_payload_fits;
+
+// A mapped file from this size on (some 100,000 blocks) has the shapes of its
+// block records made ahead on a second thread.
+constexpr std::size_t large_file = std::size_t(8) << 20;
 
 bool binary_syntax_error() {
   sea::writer& out = *logger::instance().error;
@@ -128,10 +137,19 @@ std::string Cap3dParser::readString(const char*& cursor, short length) {
 
 // ---------------------------------------------------------------- frame
 
-bool Cap3dParser::parseBinary(std::istream& in, const std::string& dump_file, char* buffer, std::size_t buffer_size) {
+bool Cap3dParser::parseBinary(std::istream& in, const std::string& file, const std::string& dump_file, char* buffer,
+                              std::size_t buffer_size) {
   state = 0;
+  // A regular file is read where it is mapped; anything else through the
+  // stream. Either way the records are cut from one run of bytes, `bytes`,
+  // and the mapping only spares the copies.
+  const internal::mapped_file mapped(file, BIN_FLAG.size() + 1);
   char order = 0;
-  in.read(&order, 1);
+  if (mapped.data != nullptr) {
+    order = mapped.data[BIN_FLAG.size()];
+  } else {
+    in.read(&order, 1);
+  }
   swap_bytes = static_cast<char>(order & 1);
 
   // The dump's writer only flushes when it goes; `dump` must not outlive it,
@@ -151,10 +169,26 @@ bool Cap3dParser::parseBinary(std::istream& in, const std::string& dump_file, ch
   // Records are cut from the buffer, which is refilled from the stream when
   // what is left of it no longer holds the next record: the file is read
   // forward in large pieces, not a call per record. A record is at most 32767
-  // bytes, far less than the buffer. Unread bytes are buffer[next, filled).
+  // bytes, far less than the buffer. Unread bytes are bytes[next, filled). A
+  // mapped file is all there from the start.
+  const char* bytes = buffer;
   std::size_t next = 0;
   std::size_t filled = 0;
   bool drained = false;
+  std::optional<internal::block_shape_supply> shapes_ahead;
+  if (mapped.data != nullptr) {
+    bytes = mapped.data;
+    next = BIN_FLAG.size() + 1;
+    filled = mapped.size;
+    drained = true;
+    if (mapped.size >= large_file && std::thread::hardware_concurrency() > 1) {
+      try {
+        shapes_ahead.emplace(mapped.data, mapped.size, next, swap_bytes == 1);
+      } catch (const std::system_error&) {
+        // No thread to be had: every shape is made here.
+      }
+    }
+  }
   auto have = [&](std::size_t wanted) {
     if (filled - next >= wanted) return true;
     if (drained) return false;
@@ -176,7 +210,7 @@ bool Cap3dParser::parseBinary(std::istream& in, const std::string& dump_file, ch
       break;
     }
     std::uint16_t bits;
-    std::memcpy(&bits, buffer + next, sizeof bits);
+    std::memcpy(&bits, bytes + next, sizeof bits);
     next += 2;
     if (swap_bytes == 1) bits = __builtin_bswap16(bits);
     const short length = static_cast<short>(bits);
@@ -186,7 +220,7 @@ bool Cap3dParser::parseBinary(std::istream& in, const std::string& dump_file, ch
       parse_ok = binary_syntax_error();
       break;
     }
-    parse_ok = parseBinRecord(buffer + next, length);
+    parse_ok = parseBinRecord(bytes + next, length);
     next += rest;
     if (!parse_ok) break;
   }

@@ -2,6 +2,7 @@
 // the same shapes as the text form's solids, but file them at once when a
 // begin record is open instead of always leaving them pending.
 #include <cstdio>
+#include <cstring>
 #include <stdexcept>
 #include <vector>
 
@@ -9,6 +10,7 @@
 #include "torva/geometry/convex_decomposition.h"
 #include "torva/layout/cap3d_parser.h"
 #include "torva/layout/internal/binary_fields.h"
+#include "torva/layout/internal/block_shape_supply.h"
 #include "torva/layout/internal/shapes.h"
 
 namespace torva {
@@ -54,23 +56,27 @@ void dump_name(sea::writer& out, const std::string& name) {
 
 bool Cap3dParser::parseBinBlock(const char*& cursor, short payload_size) {
   if (!binary_payload_fits(payload_size, 50)) return false;
-  point3 low;
-  double len[3];
-  for (int c = 0; c < 3; ++c) low[c] = readDouble(cursor);
-  for (double& l : len) l = readDouble(cursor);
+  const char* payload = cursor;
+  const cuboid_t box = internal::block_record_box(payload);
+  cursor += 48;
   const short layer = readShort(cursor);
   const std::string name = readString(cursor, static_cast<short>(payload_size - 50));
 
-  const point3 high{low[0] + len[0], low[1] + len[1], low[2] + len[2]};
-  file_shape(*this, make_cuboid_shape(cuboid_t{low, high}), name, layer);
+  // The shape may have been made ahead (block_shape_supply.h).
+  shape_t shape;
+  internal::block_shape_supply* supply = internal::block_shape_supply::installed();
+  if (supply == nullptr || !supply->take(payload, box, shape)) shape = make_cuboid_shape(box);
+  file_shape(*this, std::move(shape), name, layer);
 
   if (dump_enabled) {
+    double len[3];
+    std::memcpy(len, payload + 24, sizeof len);
     sea::writer& out = *dump;
     out.print("\t<block>\n");
     dump_name(out, name);
     out("\t\tlayer %d\n\t\tbasepoint(%.6f,%.6f,%.6f)\n\t\tv1(%.6f,0,0)\n\t\tv2(0,%.6f,0)\n\t\thvector(0,0,%.6f)\n"
         "\t</block>\n",
-        layer, double(low[0]), double(low[1]), double(low[2]), len[0], len[1], len[2]);
+        layer, double(box.lower[0]), double(box.lower[1]), double(box.lower[2]), len[0], len[1], len[2]);
   }
   return true;
 }

@@ -96,7 +96,7 @@ bool Cap3dParser::parse(std::string file, std::string dump_file) {
   std::unique_ptr<char[]> chunk(new char[chunk_size]);
   char* const buffer = chunk.get();
 
-  if (is_binary) return parseBinary(in, dump_file, buffer, chunk_size);
+  if (is_binary) return parseBinary(in, file, dump_file, buffer, chunk_size);
 
   in.clear();
   in.seekg(0);

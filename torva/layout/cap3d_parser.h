@@ -48,6 +48,11 @@
 // parseBinCylinder included, return false for such a payload instead of
 // throwing. binary_writer.h writes the form.
 //
+// A binary file that is a regular file is read where it is mapped into
+// memory, and from 8 MiB on the shapes of its block records are made ahead on
+// a second thread (internal/block_shape_supply.h); a pipe or a device is read
+// through the stream. The records and messages are the same either way.
+//
 // A parser serves one file from one thread. Two parsers must not run at once,
 // as they share _WIRE_BLOCK_LAYER_NAME_.
 #pragma once
@@ -165,9 +170,11 @@ class Cap3dParser {
   bool parse_ok = false;
 
  private:
-  // The binary branch of parse, entered behind the 12 flag bytes. `buffer` is
-  // parse's chunk buffer of `buffer_size` bytes, free for records.
-  bool parseBinary(std::istream& in, const std::string& dump_file, char* buffer, std::size_t buffer_size);
+  // The binary branch of parse, entered behind the 12 flag bytes of `in`, the
+  // stream of `file`. `buffer` is parse's chunk buffer of `buffer_size` bytes,
+  // free for records.
+  bool parseBinary(std::istream& in, const std::string& file, const std::string& dump_file, char* buffer,
+                   std::size_t buffer_size);
 
   // Prints the syntax error line for `word` and returns false.
   static bool syntaxError(const char* word);

@@ -105,6 +105,10 @@ inline void expect_same_shape(const shape_t& a, const shape_t& b, const std::str
   expect_same_box(a.outer_box, b.outer_box, what + " outer", tolerance);
   ASSERT_EQ(a.inner_pieces.size(), b.inner_pieces.size()) << what;
   ASSERT_EQ(a.outer_pieces.size(), b.outer_pieces.size()) << what;
+  for (std::size_t k = 0; k < a.inner_pieces.size(); ++k) {
+    expect_same_box(a.inner_pieces[k], b.inner_pieces[k], what + " inner piece", tolerance);
+    expect_same_box(a.outer_pieces[k], b.outer_pieces[k], what + " outer piece", tolerance);
+  }
   if (a.shape_kind == shape_cuboid) {
     expect_same_box(a.cuboid(), b.cuboid(), what, tolerance);
   } else if (a.shape_kind == shape_cylinder) {

@@ -16,6 +16,7 @@
 #include "torva/foundation/logger.h"
 #include "torva/foundation/writer.h"
 #include "torva/layout/cap3d_parser.h"
+#include "layout_source.h"
 
 namespace torva::cli {
 
@@ -188,14 +189,15 @@ void progress_bar::run() {
 
 namespace {
 
-// How far the reader has come in `path`: the offset of the descriptor that
-// the process holds open on it, read from /proc. The reader keeps its stream
-// to itself, and this lets a bar follow it without its help.
+// How far the reader has come in its copy of the layout: the offset of the
+// descriptor it holds open on it, read from /proc. The reader keeps its stream
+// to itself, and this lets a bar follow it without its help. The program's
+// own descriptor of the copy links to the same place and is left aside.
 class file_position {
  public:
-  explicit file_position(const std::string& path) {
+  explicit file_position(int own_fd) : own_fd_(own_fd) {
     std::error_code ec;
-    target_ = std::filesystem::weakly_canonical(path, ec);
+    target_ = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(own_fd), ec);
   }
   std::uint64_t operator()() {
     if (fd_ >= 0) {
@@ -204,10 +206,11 @@ class file_position {
     }
     std::error_code ec;
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", ec)) {
+      const int fd = std::atoi(entry.path().filename().c_str());
+      if (fd == own_fd_) continue;
       std::error_code lec;
       const auto link = std::filesystem::read_symlink(entry.path(), lec);
       if (lec || link != target_) continue;
-      const int fd = std::atoi(entry.path().filename().c_str());
       if (auto pos = read_pos(fd)) {
         fd_ = fd;
         last_ = *pos;
@@ -230,6 +233,7 @@ class file_position {
     }
     return std::nullopt;
   }
+  int own_fd_;
   std::filesystem::path target_;
   int fd_ = -1;
   std::uint64_t last_ = 0;
@@ -243,31 +247,21 @@ bool holds_anything(const circuit_layout::raw& r) {
 }  // namespace
 
 loaded_layout read_layout(const std::string& path, const read_options& how) {
-  std::error_code ec;
-  if (std::filesystem::is_directory(path, ec)) throw input_error("\"" + path + "\" is a directory, not a layout file");
-  if (!std::filesystem::exists(path, ec)) throw input_error("cannot open \"" + path + "\": no such file");
-
+  const layout_source source(path);
   loaded_layout out;
-  out.file_bytes = std::filesystem::file_size(path, ec);
-  if (ec) out.file_bytes = 0;
-  {
-    std::ifstream probe(path, std::ios::binary);
-    if (!probe) throw input_error("cannot open \"" + path + "\": " + std::strerror(errno));
-    char head[12] = {};
-    probe.read(head, sizeof head);
-    out.binary = probe.gcount() == 12 && std::memcmp(head, "CAP3D_BINARY", 12) == 0;
-  }
+  out.file_bytes = source.file_bytes;
+  out.binary = source.binary;
 
   take_errors();
   const auto start = std::chrono::steady_clock::now();
   bool ok = false;
   {
-    file_position where(path);
-    progress_bar bar("reading " + std::filesystem::path(path).filename().string(), out.file_bytes,
+    file_position where(source.fd());
+    progress_bar bar("reading " + std::filesystem::path(path).filename().string(), source.size(),
                      [&where] { return where(); });
     Cap3dParser parser(out.layout->data, how.incline_slices, how.allow_floating, how.cuboids_only);
     try {
-      ok = parser.parse(path, how.dump_file);
+      ok = parser.parse(source.reader_path(), std::string());
     } catch (const sea::base_error& e) {
       bar.finish();
       std::string lines = take_errors();

@@ -98,11 +98,13 @@ struct read_options {
   int incline_slices = 4;
   bool allow_floating = true;
   bool cuboids_only = false;
-  std::string dump_file;  // text dump of a binary file, when not empty
 };
 
-// Reads a cap3d file, text or binary. Every failure (missing file, syntax,
-// bad geometry, a file that holds no layout at all) becomes input_error.
+// Reads a cap3d file, text or binary, from a copy taken when it is opened
+// (layout_source.h): only a regular file is read, a byte-order mark is left
+// out and a missing final line feed supplied. Every failure (missing file, not
+// a regular file, syntax, bad geometry, a file that holds no layout at all)
+// becomes input_error.
 loaded_layout read_layout(const std::string& path, const read_options& how = {});
 
 // Seconds since `start`.

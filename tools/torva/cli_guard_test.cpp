@@ -4,6 +4,9 @@
 // extracted, no search structure built past its memory budget.
 #include "cli_test_support.h"
 
+#include <signal.h>
+#include <sys/stat.h>
+
 namespace torva_cli_test {
 
 // Text to binary to text to binary gives the same bytes: the text writer
@@ -32,6 +35,44 @@ TEST_F(cli, convert_round_trips_every_example_and_generated_layout_to_the_same_b
   // What the reader's dump dropped: the Neumann window and the full digits.
   const std::string text = slurp(dir.file("shapes.cap3d.2"));
   expect_all(text, {"neumann", "diel 11.899999618530273"});
+}
+
+// Pipes, devices and directories are refused before a byte is read; a file
+// that another process keeps writing is read as it was when it was opened.
+TEST_F(cli, layouts_are_read_only_from_regular_files_and_as_they_were_when_opened) {
+  const std::string pipe = dir.file("pipe.cap3d");
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  expect_one_line_failure({"info", pipe}, "is a pipe, not a regular file");
+  expect_one_line_failure({"index", "/dev/zero"}, "is a character device, not a regular file");
+  expect_one_line_failure({"convert", "/dev/urandom", dir.file("x.bin")}, "not a regular file");
+  expect_one_line_failure({"extract", dir.path.string()}, "is a directory");
+
+  const std::string growing = dir.file("growing.cap3d");
+  write_file(growing, "<cap3d>\n<conductor>\nname a\n");
+  const pid_t writer = fork();
+  if (writer == 0) {
+    const int fd = open(growing.c_str(), O_WRONLY | O_APPEND);
+    const std::string words(4096, 'w');
+    for (int i = 0; i < (1 << 18) && fd >= 0; ++i)
+      if (write(fd, (words + "\n").data(), words.size() + 1) < 0) break;
+    _exit(0);
+  }
+  const outcome r = run({"info", growing});
+  kill(writer, SIGKILL);
+  waitpid(writer, nullptr, 0);
+  EXPECT_EQ(r.status, 1) << r.err;
+  EXPECT_THAT(r.err, HasSubstr("rejected the file"));
+}
+
+// A byte-order mark and a missing final line feed are an ordinary file.
+TEST_F(cli, a_byte_order_mark_and_a_missing_final_line_feed_are_read_as_an_ordinary_file) {
+  std::string text = slurp(bus);
+  ASSERT_EQ(text.back(), '\n');
+  text.pop_back();
+  write_file(dir.file("marked.cap3d"), "\xEF\xBB\xBF" + text);
+  const outcome plain = run_ok({"info", bus}), marked = run_ok({"info", dir.file("marked.cap3d")});
+  EXPECT_EQ(marked.out.substr(marked.out.find('\n')), plain.out.substr(plain.out.find('\n')));
+  EXPECT_TRUE(marked.err.empty()) << marked.err;
 }
 
 }  // namespace torva_cli_test

@@ -7,3 +7,4 @@
 #include "torva/space/spacemgr.h"
 #include "torva/tables/tables.h"
 #include "torva/extract/extract.h"
+#include "torva/check/check.h"

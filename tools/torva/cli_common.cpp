@@ -15,6 +15,7 @@
 #include "torva/foundation/errors.h"
 #include "torva/foundation/logger.h"
 #include "torva/foundation/writer.h"
+#include "torva/check/binary_scan.h"
 #include "torva/layout/cap3d_parser.h"
 #include "layout_source.h"
 
@@ -251,6 +252,25 @@ loaded_layout read_layout(const std::string& path, const read_options& how) {
   loaded_layout out;
   out.file_bytes = source.file_bytes;
   out.binary = source.binary;
+  {
+    const std::string_view bytes(source.data(), source.size());
+    if (source.binary) {
+      out.scan_findings = scan_layout_binary(bytes);
+    } else {
+      text_scan_result scan = scan_layout_text(bytes, text_scan_options{options().strict});
+      out.scan_findings = std::move(scan.findings);
+      out.places = std::move(scan.places);
+    }
+    // Words that were not wholly numbers are said at once, whatever the command.
+    std::vector<finding> numbers, rest;
+    for (finding& f : out.scan_findings) (f.kind == finding_kind::loose_number ? numbers : rest).push_back(std::move(f));
+    out.scan_findings = std::move(rest);
+    print_findings(stderr, path, numbers);
+    out.number_findings = numbers;
+    if (count_errors(numbers) != 0)
+      throw input_error(path + ": words that are not wholly numbers end the run under --strict (the first at " +
+                        numbers.front().where + ")");
+  }
 
   take_errors();
   const auto start = std::chrono::steady_clock::now();
@@ -283,6 +303,14 @@ loaded_layout read_layout(const std::string& path, const read_options& how) {
 }
 
 // ---------------------------------------------------------------- formatting
+
+void print_findings(FILE* out, const std::string& path, const std::vector<finding>& findings) {
+  for (const finding& f : findings) {
+    const std::string place = f.where.empty() ? std::string() : f.where + ": ";
+    std::fprintf(out, "torva: %s: %s: %s%s\n", severity_name(f.severity), path.c_str(), place.c_str(), f.what.c_str());
+  }
+  std::fflush(out);
+}
 
 std::string format_seconds(double s) {
   char b[48];

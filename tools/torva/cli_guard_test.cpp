@@ -75,4 +75,47 @@ TEST_F(cli, a_byte_order_mark_and_a_missing_final_line_feed_are_read_as_an_ordin
   EXPECT_TRUE(marked.err.empty()) << marked.err;
 }
 
+// A word that was not wholly a number: a warning with its line and word by
+// default, whatever the command; an error that ends the run under --strict.
+TEST_F(cli, numbers_that_were_not_wholly_numbers_are_warned_about_and_refused_under_strict) {
+  std::string text = slurp(bus);
+  const std::size_t at = text.find("basepoint(1,2,2)");
+  ASSERT_NE(at, std::string::npos);
+  text.replace(at, 16, "basepoint(1,2abc,2)");
+  const std::string path = dir.file("loose.cap3d");
+  write_file(path, text);
+  const std::string line = "line " + std::to_string(std::count(text.begin(), text.begin() + long(at), '\n') + 1);
+  const std::string said = ": " + line + ": basepoint \"2abc\" is not wholly a number: read as 2";
+  EXPECT_THAT(run_ok({"info", path}).err, HasSubstr("torva: warning: " + path + said));
+  EXPECT_THAT(run_ok({"index", path, "--check", "10"}).err, HasSubstr("torva: warning: " + path + said));
+  const outcome strict = run({"--strict", "query", path, "5", "3.7", "2.5"});
+  EXPECT_EQ(strict.status, 1);
+  EXPECT_THAT(strict.err, HasSubstr("torva: error: " + path + said));
+  EXPECT_THAT(strict.err, ::testing::EndsWith("end the run under --strict (the first at " + line + ")\n"));
+}
+
+// Structure no user means: check lists it with places and fails on errors,
+// info shows it, extract refuses the layout before it walks.
+TEST_F(cli, layouts_no_user_means_are_listed_by_check_shown_by_info_and_refused_by_extract) {
+  const std::string path = dir.file("flawed.cap3d");
+  write_file(path, "<cap3d>\n<window> v1(0,0,0) v2(4,4,4) dirichlet </window>\n"
+                   "<conductor> name a <block> basepoint(0,0,0) v1(2,0,0) v2(0,2,0) hvector(0,0,1) </block>\n"
+                   "<conductor> name b <block> basepoint(1,1,0.5) v1(2,0,0) v2(0,2,0) hvector(0,0,1) </block>\n"
+                   "</conductor>\n"
+                   "<conductor> name c <block> basepoint(3,3,3.8) v1(0.5,0,0) v2(0,0.5,0) hvector(0,0,0.5) </block>\n"
+                   "</conductor>\n<task> <capacitance> a </capacitance> </task>\n</cap3d>\n");
+  const outcome check = run({"check", path});
+  EXPECT_EQ(check.status, 1) << check.err;
+  expect_all(check.out, {"flawed.cap3d: 2 errors, 1 warning\n",
+                         "error    line 4: a <conductor> inside the <conductor> of line 3",
+                         "error    the tasks: a task that names no conductor: a",
+                         "warning  conductor c (line 6), block #1: a block that reaches beyond the window along z"});
+  EXPECT_EQ(count_lines(check.out), 4u) << check.out;
+  const outcome info = run_ok({"info", path});
+  expect_all(info.out, {"checks       2 errors, 1 warning\n", "               error    line 4: a <conductor> inside"});
+  expect_one_line_failure({"extract", path, "--max-walks", "100"}, "2 errors make an extraction meaningless");
+  EXPECT_FALSE(std::filesystem::exists(path + ".out"));
+  EXPECT_EQ(run({"check", bus}).out, bus + ": none found\n");
+}
+
 }  // namespace torva_cli_test

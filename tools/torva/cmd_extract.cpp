@@ -32,6 +32,7 @@
 #include "cli_common.h"
 #include "commands.h"
 #include "output_files.h"
+#include "layout_findings.h"
 #include "torva/extract/extractor.h"
 #include "torva/extract/report.h"
 #include "torva/foundation/errors.h"
@@ -250,6 +251,29 @@ int end_together(const process_team& team, int failed, std::exception_ptr failur
                     failure_text(failure));
 }
 
+// The layout's checks (torva/check) before anything is set up: an error makes
+// the matrix meaningless and ends the run with the first of them; the
+// warnings are said on standard error (by the first process) and kept for the
+// log. Blocks that repeat one of their net and floating conductors are left
+// to the extractor, which merges the one and refuses the other itself.
+void refuse_meaningless(const std::string& path, const loaded_layout& in, bool say, std::vector<std::string>& warnings) {
+  std::vector<finding> kept;
+  for (const finding& f : in.number_findings) warnings.push_back(f.where + ": " + f.what);
+  for (finding& f : layout_findings(in))
+    if (f.kind != finding_kind::repeated_block && f.kind != finding_kind::floating) kept.push_back(std::move(f));
+  const std::size_t errors = count_errors(kept);
+  if (errors != 0) {
+    const finding* first = nullptr;
+    for (const finding& f : kept)
+      if (!first && f.severity == severity::error) first = &f;
+    throw input_error(path + ": " + std::to_string(errors) + (errors == 1 ? " error makes" : " errors make") +
+                      " an extraction meaningless (torva check lists them all); the first: " +
+                      (first->where.empty() ? "" : first->where + ": ") + first->what);
+  }
+  for (const finding& f : kept) warnings.push_back((f.where.empty() ? "" : f.where + ": ") + f.what);
+  if (say) print_findings(stderr, path, kept);
+}
+
 // The extraction, by this process alone (team null) or as one of a team of
 // processes: every process reads the layout and sets up; the first alone
 // opens the log, shows progress and writes the reports.
@@ -269,11 +293,13 @@ int run_extract_on(const extract_args& a, process_team* team) {
   // Every process reads the layout; the first checks the outputs too. A
   // process that fails here ends the run of all before any of them walks.
   loaded_layout in;
+  std::vector<std::string> warnings;
   std::string out_file, log_file;
   bool spice = false;
   std::exception_ptr failure;
   try {
     in = read_layout(a.layout);
+    refuse_meaningless(a.layout, in, first, warnings);
     const circuit_layout::raw& d = in.layout->data;
     out_file = !a.out_file.empty()    ? a.out_file
                : !d.out_file.empty() ? beside_layout(a.layout, d.out_file)
@@ -308,6 +334,7 @@ int run_extract_on(const extract_args& a, process_team* team) {
     install_logger();
     log_line("torva extract " + a.layout);
     if (!reading.empty()) log_line(reading.back() == '\n' ? reading.substr(0, reading.size() - 1) : reading);
+    for (const std::string& w : warnings) log_line("warning: " + w);
   }
 
   extract_options o = extract_options_from_layout(layout);

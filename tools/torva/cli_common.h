@@ -34,6 +34,7 @@ struct run_options {
   std::string log_file;         // all four channels also go here when set
   std::string progress = "auto";  // auto (a terminal), always, never
   bool strict = false;          // a layout word that was not wholly a number is an error
+  std::string memory_limit;     // what a search structure may take (memory_budget.h); empty: the default
 };
 run_options& options();
 

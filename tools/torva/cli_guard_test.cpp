@@ -5,6 +5,8 @@
 #include "cli_test_support.h"
 
 #include <signal.h>
+
+#include <cmath>
 #include <sys/stat.h>
 
 namespace torva_cli_test {
@@ -116,6 +118,42 @@ TEST_F(cli, layouts_no_user_means_are_listed_by_check_shown_by_info_and_refused_
   expect_one_line_failure({"extract", path, "--max-walks", "100"}, "2 errors make an extraction meaningless");
   EXPECT_FALSE(std::filesystem::exists(path + ".out"));
   EXPECT_EQ(run({"check", bus}).out, bus + ": none found\n");
+}
+
+// A round pad cut into slivers that meet at a point makes the hybrid trees
+// split to their depth limit: its estimate passes a small budget, so the
+// automatic choice takes the plain grid and a pair asked for is refused,
+// before anything is built. Blocks in one place are merged or refused first.
+TEST_F(cli, a_search_structure_beyond_the_memory_limit_is_not_built) {
+  const std::string wires = dir.file("wires.cap3d");
+  run_ok({"gen", "bus", "--size", "300", wires});
+  auto with = [&](const std::string& name, const std::string& extra) {
+    std::string text = slurp(wires);
+    text.insert(text.rfind("</cap3d>"), extra);
+    write_file(dir.file(name), text);
+    return dir.file(name);
+  };
+  std::string outline;
+  for (int k = 0; k < 64; ++k)
+    outline += " " + std::to_string(2 * std::cos(k * M_PI / 32)) + "," + std::to_string(2 * std::sin(k * M_PI / 32));
+  const std::string pad = with("pad.cap3d", "<conductor> name pad <poly> basepoint(8,8,1.9) hvector(0,0,0.3) <coord>" +
+                                                outline + " </coord> </poly> </conductor>\n");
+  const outcome chosen = run_ok({"--memory-limit", "200M", "index", pad, "--check", "50", "--samples", "50"});
+  EXPECT_THAT(chosen.err, HasSubstr("the search pair hybrid-none (5) would take more than 200.0 MiB, beyond the "
+                                    "memory limit of 200.0 MiB: the plain grid (grid-none-nd, 9) is built instead"));
+  EXPECT_THAT(chosen.out, HasSubstr("(chosen by size): grid-none-nd"));
+  expect_one_line_failure({"--memory-limit", "200M", "query", "-s", "5", pad, "8", "8", "1"},
+                          "beyond the memory limit of 200.0 MiB (give --memory-limit to allow more, or --strategy 9)");
+  expect_one_line_failure({"--memory-limit", "200M", "extract", pad, "--strategy", "5"}, "beyond the memory limit");
+  expect_usage_errors({{"--memory-limit", "lots", "index", pad}});
+
+  const std::string block = "<block> basepoint(8,8,2.2) v1(1,0,0) v2(0,1,0) hvector(0,0,0.2) </block>";
+  const std::string repeated = with("repeated.cap3d", "<conductor> name via " + block + " " + block + " </conductor>\n");
+  EXPECT_THAT(run_ok({"index", repeated, "--check", "10"}).err,
+              HasSubstr("1 blocks repeat another block of their conductor; they are merged into it"));
+  const std::string shared =
+      with("shared.cap3d", "<conductor> name v1 " + block + " </conductor> <conductor> name v2 " + block + " </conductor>\n");
+  expect_one_line_failure({"index", shared}, "conductors v1 and v2 have blocks in the same place");
 }
 
 }  // namespace torva_cli_test

@@ -33,6 +33,10 @@
 #include "commands.h"
 #include "output_files.h"
 #include "layout_findings.h"
+#include "memory_budget.h"
+#include "torva/check/coincident.h"
+#include "torva/extract/internal/search_choice.h"
+#include "torva/space/layout_fields.h"
 #include "torva/extract/extractor.h"
 #include "torva/extract/report.h"
 #include "torva/foundation/errors.h"
@@ -274,6 +278,20 @@ void refuse_meaningless(const std::string& path, const loaded_layout& in, bool s
   if (say) print_findings(stderr, path, kept);
 }
 
+// The pair the extractor will build, estimated against the memory budget
+// before it is built: the extractor merges repeated blocks first, and so does
+// the estimate (the extractor derives the layout's fields afresh).
+void check_search_memory(circuit_layout& layout, const extract_options& o) {
+  derive_layout_fields(layout);
+  if (layout.blocks.empty()) return;  // the extractor says why
+  layout.blocks = find_coincident_blocks(layout.blocks).kept;
+  configure probe;
+  probe.use_critical_box = layout.data.boundary == 1;
+  const bool unsafe = o.allow_unsafe_search || o.group_dominance || o.group_optimize || o.double_incline_ratio;
+  probe.spacemgr_type = internal::choose_search(layout, o.spacemgr_type, unsafe);
+  fit_search_to_budget(layout, probe);
+}
+
 // The extraction, by this process alone (team null) or as one of a team of
 // processes: every process reads the layout and sets up; the first alone
 // opens the log, shows progress and writes the reports.
@@ -379,8 +397,10 @@ int run_extract_on(const extract_args& a, process_team* team) {
 
   extract_result result;
   try {
+    check_search_memory(layout, o);
     progress_display display(first ? names : std::vector<std::string>{});
     if (first) o.progress = [&display](const extract_progress& p) { display(p); };
+    const memory_watch watch("the extraction's search structure");
     result = extract(layout, o);
     o.progress = nullptr;
   } catch (...) {

@@ -10,3 +10,4 @@
 #include "torva/check/coincident.h"
 #include "torva/check/overlap.h"
 #include "torva/check/polygon_crossing.h"
+#include "torva/check/search_memory.h"

@@ -8,7 +8,12 @@
 #include <string>
 #include <vector>
 
+#include <malloc.h>
+
 #include "torva/check/check.h"
+#include "torva/layout/generator.h"
+#include "torva/space/layout_fields.h"
+#include "torva/space/space_manager.h"
 #include "torva/layout/internal/parse_fixture.h"
 
 namespace torva {
@@ -110,6 +115,38 @@ TEST(layout_checks, a_crossing_is_two_edges_through_each_other_not_a_touch) {
   for (int k = 0; k < 400; ++k) spiral.push_back({std::cos(0.1 * k) * (1 + 0.01 * k), std::sin(0.1 * k) * (1 + 0.01 * k)});
   EXPECT_TRUE(find_self_crossing(outline(spiral)).found);
   EXPECT_TRUE(find_self_crossing(outline(spiral), 10).unchecked);
+}
+
+// The estimate follows the library's own build: the same grids, and trees that
+// split at least where the build's do (it has no dominance to thin them).
+TEST(search_memory, estimates_stay_near_the_heap_the_build_takes) {
+  generator_params params;
+  params.kind = layout_kind::mixed;
+  params.blocks = 1500;
+  params.polygon_share = 0.3;
+  params.cylinder_share = 0.1;
+  circuit_layout layout;
+  build_circuit(generate_layout(params), layout);
+  derive_layout_fields(layout);
+  testing::log_capture quiet;
+  for (std::uint32_t pair : {1u, 2u, 4u, 5u, 7u, 9u}) {
+    configure config;
+    config.spacemgr_type = pair;
+    config.thread_count = 1;
+    const search_memory_estimate e = estimate_search_memory(layout, config, std::uint64_t(1) << 40);
+    const auto heap = [] {
+      const struct mallinfo2 m = mallinfo2();
+      return double(m.uordblks + m.hblkhd);
+    };
+    const double before = heap();
+    space_manager built;
+    built.initialize(config, layout);
+    const double used = heap() - before;
+    EXPECT_FALSE(e.over_budget);
+    EXPECT_GT(double(e.bytes), 0.8 * used) << "pair " << pair;
+    EXPECT_LT(double(e.bytes), 4.0 * used) << "pair " << pair;
+    EXPECT_TRUE(estimate_search_memory(layout, config, e.bytes / 2).over_budget) << "pair " << pair;
+  }
 }
 
 }  // namespace

@@ -156,4 +156,22 @@ TEST_F(cli, a_search_structure_beyond_the_memory_limit_is_not_built) {
   expect_one_line_failure({"index", shared}, "conductors v1 and v2 have blocks in the same place");
 }
 
+// Hybrid-grid may answer more than the clearance near a slanted prism (its
+// flat cells measure a prism by its box): query and index --check label such
+// answers of that pair rather than fail, and still fail a pair that may not.
+TEST_F(cli, answers_beyond_the_clearance_are_labelled_for_hybrid_grid_only) {
+  const std::string polygons = example("polygons.cap3d");
+  const outcome index = run_ok({"index", polygons, "-s", "7", "--check", "5000", "--samples", "100"});
+  EXPECT_TRUE(std::regex_search(index.out, std::regex(", 0 disagree, [1-9][0-9]* answer more than the clearance, "
+                                                      "which hybrid-grid \\(7\\) is allowed to do\n")))
+      << index.out;
+  // Beside the slanted wire, where the grid's cell answers past it.
+  const outcome query = run_ok({"query", "-s", "7", polygons, "16.0666", "6.30573", "1.70999"});
+  EXPECT_TRUE(std::regex_search(query.out, std::regex("brute force  slant/slant at [0-9.]+: answers more than the "
+                                                      "clearance, which hybrid-grid \\(7\\) is allowed to do\n")))
+      << query.out;
+  EXPECT_TRUE(std::regex_search(run_ok({"query", "-s", "5", polygons, "16.0666", "6.30573", "1.70999"}).out,
+                                std::regex("brute force  slant/slant at [0-9.]+: agrees\n")));
+}
+
 }  // namespace torva_cli_test

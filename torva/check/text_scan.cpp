@@ -151,7 +151,9 @@ void scanner::section(std::string_view closing) {
       real(key.c_str());
     } else if (key == "id" || key == "thread-num" || key == "seed" || key == "walk-type") {
       whole(key.c_str());
-    } else if (key == "dirichlet" || key == "neumann" || key == "<capacitance>" || key == "</capacitance>") {
+    } else if (key == "<capacitance>") {
+      next();  // a conductor's name, whatever word it is
+    } else if (key == "dirichlet" || key == "neumann" || key == "</capacitance>") {
       // no value
     } else if (key == "name" || key == "type" || key == "flat" || key == "thickness" || key == "log-file" ||
                key == "out-file" || key == "spice") {

@@ -138,13 +138,13 @@ TEST_F(cli, a_search_structure_beyond_the_memory_limit_is_not_built) {
     outline += " " + std::to_string(2 * std::cos(k * M_PI / 32)) + "," + std::to_string(2 * std::sin(k * M_PI / 32));
   const std::string pad = with("pad.cap3d", "<conductor> name pad <poly> basepoint(8,8,1.9) hvector(0,0,0.3) <coord>" +
                                                 outline + " </coord> </poly> </conductor>\n");
-  const outcome chosen = run_ok({"--memory-limit", "200M", "index", pad, "--check", "50", "--samples", "50"});
-  EXPECT_THAT(chosen.err, HasSubstr("the search pair hybrid-none (5) would take more than 200.0 MiB, beyond the "
-                                    "memory limit of 200.0 MiB: the plain grid (grid-none-nd, 9) is built instead"));
+  const outcome chosen = run_ok({"--memory-limit", "160M", "index", pad, "--check", "50", "--samples", "50"});
+  EXPECT_THAT(chosen.err, HasSubstr("the search pair hybrid-none (5) would take more than 160.0 MiB, beyond the "
+                                    "memory limit of 160.0 MiB: the plain grid (grid-none-nd, 9) is built instead"));
   EXPECT_THAT(chosen.out, HasSubstr("(chosen by size): grid-none-nd"));
-  expect_one_line_failure({"--memory-limit", "200M", "query", "-s", "5", pad, "8", "8", "1"},
-                          "beyond the memory limit of 200.0 MiB (give --memory-limit to allow more, or --strategy 9)");
-  expect_one_line_failure({"--memory-limit", "200M", "extract", pad, "--strategy", "5"}, "beyond the memory limit");
+  expect_one_line_failure({"--memory-limit", "160M", "query", "-s", "5", pad, "8", "8", "1"},
+                          "beyond the memory limit of 160.0 MiB (give --memory-limit to allow more, or --strategy 9)");
+  expect_one_line_failure({"--memory-limit", "160M", "extract", pad, "--strategy", "5"}, "beyond the memory limit");
   expect_usage_errors({{"--memory-limit", "lots", "index", pad}});
 
   const std::string block = "<block> basepoint(8,8,2.2) v1(1,0,0) v2(0,1,0) hvector(0,0,0.2) </block>";

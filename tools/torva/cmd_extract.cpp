@@ -34,9 +34,6 @@
 #include "output_files.h"
 #include "layout_findings.h"
 #include "memory_budget.h"
-#include "torva/check/coincident.h"
-#include "torva/extract/internal/search_choice.h"
-#include "torva/space/layout_fields.h"
 #include "torva/extract/extractor.h"
 #include "torva/extract/report.h"
 #include "torva/foundation/errors.h"
@@ -255,43 +252,6 @@ int end_together(const process_team& team, int failed, std::exception_ptr failur
                     failure_text(failure));
 }
 
-// The layout's checks (torva/check) before anything is set up: an error makes
-// the matrix meaningless and ends the run with the first of them; the
-// warnings are said on standard error (by the first process) and kept for the
-// log. Blocks that repeat one of their net and floating conductors are left
-// to the extractor, which merges the one and refuses the other itself.
-void refuse_meaningless(const std::string& path, const loaded_layout& in, bool say, std::vector<std::string>& warnings) {
-  std::vector<finding> kept;
-  for (const finding& f : in.number_findings) warnings.push_back(f.where + ": " + f.what);
-  for (finding& f : layout_findings(in))
-    if (f.kind != finding_kind::repeated_block && f.kind != finding_kind::floating) kept.push_back(std::move(f));
-  const std::size_t errors = count_errors(kept);
-  if (errors != 0) {
-    const finding* first = nullptr;
-    for (const finding& f : kept)
-      if (!first && f.severity == severity::error) first = &f;
-    throw input_error(path + ": " + std::to_string(errors) + (errors == 1 ? " error makes" : " errors make") +
-                      " an extraction meaningless (torva check lists them all); the first: " +
-                      (first->where.empty() ? "" : first->where + ": ") + first->what);
-  }
-  for (const finding& f : kept) warnings.push_back((f.where.empty() ? "" : f.where + ": ") + f.what);
-  if (say) print_findings(stderr, path, kept);
-}
-
-// The pair the extractor will build, estimated against the memory budget
-// before it is built: the extractor merges repeated blocks first, and so does
-// the estimate (the extractor derives the layout's fields afresh).
-void check_search_memory(circuit_layout& layout, const extract_options& o) {
-  derive_layout_fields(layout);
-  if (layout.blocks.empty()) return;  // the extractor says why
-  layout.blocks = find_coincident_blocks(layout.blocks).kept;
-  configure probe;
-  probe.use_critical_box = layout.data.boundary == 1;
-  const bool unsafe = o.allow_unsafe_search || o.group_dominance || o.group_optimize || o.double_incline_ratio;
-  probe.spacemgr_type = internal::choose_search(layout, o.spacemgr_type, unsafe);
-  fit_search_to_budget(layout, probe);
-}
-
 // The extraction, by this process alone (team null) or as one of a team of
 // processes: every process reads the layout and sets up; the first alone
 // opens the log, shows progress and writes the reports.
@@ -317,7 +277,7 @@ int run_extract_on(const extract_args& a, process_team* team) {
   std::exception_ptr failure;
   try {
     in = read_layout(a.layout);
-    refuse_meaningless(a.layout, in, first, warnings);
+    refuse_meaningless_layout(a.layout, in, first, warnings);
     const circuit_layout::raw& d = in.layout->data;
     out_file = !a.out_file.empty()    ? a.out_file
                : !d.out_file.empty() ? beside_layout(a.layout, d.out_file)
@@ -397,7 +357,7 @@ int run_extract_on(const extract_args& a, process_team* team) {
 
   extract_result result;
   try {
-    check_search_memory(layout, o);
+    fit_extraction_to_budget(layout, o);
     progress_display display(first ? names : std::vector<std::string>{});
     if (first) o.progress = [&display](const extract_progress& p) { display(p); };
     const memory_watch watch("the extraction's search structure");

@@ -20,4 +20,11 @@ std::string findings_summary(const std::vector<finding>& findings);
 // place and what was found.
 void print_finding_lines(const std::vector<finding>& findings, const char* indent);
 
+// Before an extraction: ends the run (input_error) with the first error and
+// their count; otherwise gives the warnings, said on standard error when `say`
+// (the first process of a run), as lines for the log. Repeated blocks and
+// floating conductors are the extractor's to merge and to refuse.
+void refuse_meaningless_layout(const std::string& path, const loaded_layout& in, bool say,
+                               std::vector<std::string>& warnings);
+
 }  // namespace torva::cli

@@ -11,6 +11,8 @@
 #include "cli_common.h"
 #include "torva/check/coincident.h"
 #include "torva/check/search_memory.h"
+#include "torva/extract/internal/search_choice.h"
+#include "torva/space/layout_fields.h"
 #include "torva/space/space_manager.h"
 
 namespace torva::cli {
@@ -107,6 +109,20 @@ unsigned fit_search_to_budget(const circuit_layout& layout, const configure& con
     }
   }
   throw input_error(why + " (give --memory-limit to allow more" + (pair != 9 ? ", or --strategy 9" : "") + ")");
+}
+
+// The pair the extractor will build, estimated against the memory budget
+// before it is built: the extractor merges repeated blocks first, and so does
+// the estimate (the extractor derives the layout's fields afresh).
+void fit_extraction_to_budget(circuit_layout& layout, const extract_options& o) {
+  derive_layout_fields(layout);
+  if (layout.blocks.empty()) return;  // the extractor says why
+  layout.blocks = find_coincident_blocks(layout.blocks).kept;
+  configure probe;
+  probe.use_critical_box = layout.data.boundary == 1;
+  const bool unsafe = o.allow_unsafe_search || o.group_dominance || o.group_optimize || o.double_incline_ratio;
+  probe.spacemgr_type = internal::choose_search(layout, o.spacemgr_type, unsafe);
+  fit_search_to_budget(layout, probe);
 }
 
 memory_watch::memory_watch(std::string what) : what_(std::move(what)) {

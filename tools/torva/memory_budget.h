@@ -13,6 +13,7 @@
 #include <string>
 #include <thread>
 
+#include "torva/extract/extractor.h"
 #include "torva/foundation/configure.h"
 #include "torva/layout/records.h"
 
@@ -34,6 +35,11 @@ void merge_coincident_blocks(circuit_layout& layout, const std::string& path);
 // makes; when its estimate passes the budget, the plain grid (9) under the
 // automatic choice (with a warning), else input_error saying so.
 unsigned fit_search_to_budget(const circuit_layout& layout, const configure& config);
+
+// The pair the extractor will build for these options, estimated against the
+// budget; input_error when it passes. The layout's fields are derived, as the
+// extractor derives them afresh.
+void fit_extraction_to_budget(circuit_layout& layout, const extract_options& options);
 
 // While it lives, a thread watches the resident memory; should it grow by more
 // than the budget, the run ends at once with one line naming `what` (a build

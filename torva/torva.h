@@ -6,5 +6,6 @@
 #include "torva/geometry/geometry.h"
 #include "torva/space/spacemgr.h"
 #include "torva/tables/tables.h"
+#include "torva/check/check.h"
 #include "torva/extract/extract.h"
 #include "torva/import/import.h"

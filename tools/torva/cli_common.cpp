@@ -15,7 +15,9 @@
 #include "torva/foundation/errors.h"
 #include "torva/foundation/logger.h"
 #include "torva/foundation/writer.h"
+#include "torva/check/binary_scan.h"
 #include "torva/layout/cap3d_parser.h"
+#include "layout_source.h"
 
 namespace torva::cli {
 
@@ -188,14 +190,15 @@ void progress_bar::run() {
 
 namespace {
 
-// How far the reader has come in `path`: the offset of the descriptor that
-// the process holds open on it, read from /proc. The reader keeps its stream
-// to itself, and this lets a bar follow it without its help.
+// How far the reader has come in its copy of the layout: the offset of the
+// descriptor it holds open on it, read from /proc. The reader keeps its stream
+// to itself, and this lets a bar follow it without its help. The program's
+// own descriptor of the copy links to the same place and is left aside.
 class file_position {
  public:
-  explicit file_position(const std::string& path) {
+  explicit file_position(int own_fd) : own_fd_(own_fd) {
     std::error_code ec;
-    target_ = std::filesystem::weakly_canonical(path, ec);
+    target_ = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(own_fd), ec);
   }
   std::uint64_t operator()() {
     if (fd_ >= 0) {
@@ -204,10 +207,11 @@ class file_position {
     }
     std::error_code ec;
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", ec)) {
+      const int fd = std::atoi(entry.path().filename().c_str());
+      if (fd == own_fd_) continue;
       std::error_code lec;
       const auto link = std::filesystem::read_symlink(entry.path(), lec);
       if (lec || link != target_) continue;
-      const int fd = std::atoi(entry.path().filename().c_str());
       if (auto pos = read_pos(fd)) {
         fd_ = fd;
         last_ = *pos;
@@ -230,6 +234,7 @@ class file_position {
     }
     return std::nullopt;
   }
+  int own_fd_;
   std::filesystem::path target_;
   int fd_ = -1;
   std::uint64_t last_ = 0;
@@ -243,31 +248,40 @@ bool holds_anything(const circuit_layout::raw& r) {
 }  // namespace
 
 loaded_layout read_layout(const std::string& path, const read_options& how) {
-  std::error_code ec;
-  if (std::filesystem::is_directory(path, ec)) throw input_error("\"" + path + "\" is a directory, not a layout file");
-  if (!std::filesystem::exists(path, ec)) throw input_error("cannot open \"" + path + "\": no such file");
-
+  const layout_source source(path);
   loaded_layout out;
-  out.file_bytes = std::filesystem::file_size(path, ec);
-  if (ec) out.file_bytes = 0;
+  out.file_bytes = source.file_bytes;
+  out.binary = source.binary;
   {
-    std::ifstream probe(path, std::ios::binary);
-    if (!probe) throw input_error("cannot open \"" + path + "\": " + std::strerror(errno));
-    char head[12] = {};
-    probe.read(head, sizeof head);
-    out.binary = probe.gcount() == 12 && std::memcmp(head, "CAP3D_BINARY", 12) == 0;
+    const std::string_view bytes(source.data(), source.size());
+    if (source.binary) {
+      out.scan_findings = scan_layout_binary(bytes);
+    } else {
+      text_scan_result scan = scan_layout_text(bytes, text_scan_options{options().strict});
+      out.scan_findings = std::move(scan.findings);
+      out.places = std::move(scan.places);
+    }
+    // Words that were not wholly numbers are said at once, whatever the command.
+    std::vector<finding> numbers, rest;
+    for (finding& f : out.scan_findings) (f.kind == finding_kind::loose_number ? numbers : rest).push_back(std::move(f));
+    out.scan_findings = std::move(rest);
+    print_findings(stderr, path, numbers);
+    out.number_findings = numbers;
+    if (count_errors(numbers) != 0)
+      throw input_error(path + ": words that are not wholly numbers end the run under --strict (the first at " +
+                        numbers.front().where + ")");
   }
 
   take_errors();
   const auto start = std::chrono::steady_clock::now();
   bool ok = false;
   {
-    file_position where(path);
-    progress_bar bar("reading " + std::filesystem::path(path).filename().string(), out.file_bytes,
+    file_position where(source.fd());
+    progress_bar bar("reading " + std::filesystem::path(path).filename().string(), source.size(),
                      [&where] { return where(); });
     Cap3dParser parser(out.layout->data, how.incline_slices, how.allow_floating, how.cuboids_only);
     try {
-      ok = parser.parse(path, how.dump_file);
+      ok = parser.parse(source.reader_path(), std::string());
     } catch (const sea::base_error& e) {
       bar.finish();
       std::string lines = take_errors();
@@ -289,6 +303,14 @@ loaded_layout read_layout(const std::string& path, const read_options& how) {
 }
 
 // ---------------------------------------------------------------- formatting
+
+void print_findings(FILE* out, const std::string& path, const std::vector<finding>& findings) {
+  for (const finding& f : findings) {
+    const std::string place = f.where.empty() ? std::string() : f.where + ": ";
+    std::fprintf(out, "torva: %s: %s: %s%s\n", severity_name(f.severity), path.c_str(), place.c_str(), f.what.c_str());
+  }
+  std::fflush(out);
+}
 
 std::string format_seconds(double s) {
   char b[48];

@@ -32,6 +32,8 @@
 #include "cli_common.h"
 #include "commands.h"
 #include "output_files.h"
+#include "layout_findings.h"
+#include "memory_budget.h"
 #include "torva/extract/extractor.h"
 #include "torva/extract/report.h"
 #include "torva/foundation/errors.h"
@@ -271,11 +273,13 @@ int run_extract_on(const extract_args& a, process_team* team) {
   // Every process reads the layout; the first checks the outputs too. A
   // process that fails here ends the run of all before any of them walks.
   loaded_layout in;
+  std::vector<std::string> warnings;
   std::string out_file, log_file;
   bool spice = false;
   std::exception_ptr failure;
   try {
     in = read_layout(a.layout);
+    refuse_meaningless_layout(a.layout, in, first, warnings);
     const circuit_layout::raw& d = in.layout->data;
     out_file = !a.out_file.empty()    ? a.out_file
                : !d.out_file.empty() ? beside_layout(a.layout, d.out_file)
@@ -310,6 +314,7 @@ int run_extract_on(const extract_args& a, process_team* team) {
     install_logger();
     log_line("torva extract " + a.layout);
     if (!reading.empty()) log_line(reading.back() == '\n' ? reading.substr(0, reading.size() - 1) : reading);
+    for (const std::string& w : warnings) log_line("warning: " + w);
   }
 
   extract_options o = extract_options_from_layout(layout);
@@ -356,8 +361,10 @@ int run_extract_on(const extract_args& a, process_team* team) {
 
   extract_result result;
   try {
+    fit_extraction_to_budget(layout, o);
     progress_display display(first ? names : std::vector<std::string>{});
     if (first) o.progress = [&display](const extract_progress& p) { display(p); };
+    const memory_watch watch("the extraction's search structure");
     result = extract(layout, o);
     o.progress = nullptr;
   } catch (...) {

@@ -1,4 +1,5 @@
-// torva info LAYOUT: what a layout file holds, and how long it took to read.
+// torva info LAYOUT: what a layout file holds, how long it took to read, and
+// what its checks found.
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
@@ -8,6 +9,7 @@
 
 #include "cli_common.h"
 #include "commands.h"
+#include "layout_findings.h"
 #include "torva/layout/records.h"
 
 namespace torva::cli {
@@ -114,6 +116,11 @@ void print_info(const std::string& path, const loaded_layout& in) {
   std::printf("tasks        %zu", tasks.size());
   for (std::size_t i = 0; i < tasks.size(); ++i) std::printf("%s %s", i == 0 ? ":" : "", tasks[i].c_str());
   std::printf("\n");
+
+  // What no user means, each with its place (torva check lists the same).
+  const std::vector<finding> findings = layout_findings(in);
+  std::printf("checks       %s\n", findings_summary(findings).c_str());
+  print_finding_lines(findings, "               ");
 }
 
 }  // namespace

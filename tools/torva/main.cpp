@@ -15,6 +15,7 @@
 
 #include "cli_common.h"
 #include "commands.h"
+#include "memory_budget.h"
 #include "torva/foundation/errors.h"
 #include "torva/foundation/usage.h"
 
@@ -33,13 +34,14 @@ void print_error(const std::string& message) {
 
 // The subcommands, and the options of the program that take a value (so
 // their values are not mistaken for a subcommand's name).
-const char* const subcommand_names[] = {"info", "convert", "gen", "index", "query", "bench", "tables", "extract"};
+const char* const subcommand_names[] = {"info",  "convert", "gen",     "index", "query",
+                                        "bench", "tables",  "extract", "check"};
 bool is_subcommand(const std::string& a) {
   for (const char* name : subcommand_names)
     if (a == name) return true;
   return false;
 }
-bool takes_value(const std::string& a) { return a == "--log-file" || a == "--progress"; }
+bool takes_value(const std::string& a) { return a == "--log-file" || a == "--progress" || a == "--memory-limit"; }
 
 // The arguments as CLI11 should see them. `-f LAYOUT` before any subcommand
 // names the layout of an extract run; `-spice` (CLI11 allows one letter after
@@ -103,9 +105,23 @@ int run(int argc, char** argv) {
   app.add_option("--log-file", opt.log_file, "Also write all log lines (info, detail, warning, error) to this file");
   app.add_option("--progress", opt.progress, "Progress bar on standard error: auto (when it is a terminal), always, never")
       ->check(CLI::IsMember({"auto", "always", "never"}));
+  app.add_option("--memory-limit", opt.memory_limit,
+                 "Memory a search structure may take, as 512M, 4G or bytes (0: no limit; default: half the "
+                 "machine's memory); a pair estimated beyond it is not built")
+      ->check([](const std::string& text) {
+        try {
+          parse_size(text);
+          return std::string();
+        } catch (const input_error& e) {
+          return std::string(e.what());
+        }
+      });
+  app.add_flag("--strict", opt.strict,
+               "A layout word that is not wholly a number (\"12abc\" reads as 12) ends the run instead of a warning");
 
-  std::vector<command> commands = {add_info(app),  add_convert(app), add_gen(app),   add_index(app),
-                                   add_query(app), add_bench(app),   add_tables(app), add_extract(app)};
+  std::vector<command> commands = {add_info(app),  add_convert(app), add_gen(app),     add_index(app),
+                                   add_query(app), add_bench(app),   add_tables(app), add_extract(app),
+                                   add_check(app)};
   std::vector<command> live;
   for (auto& c : commands)
     if (c.app != nullptr) live.push_back(c);

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "memory_budget.h"
 #include "torva/foundation/errors.h"
 #include "torva/geometry/distance.h"
 #include "torva/space/layout_fields.h"
@@ -42,6 +43,7 @@ ready_layout prepare_layout(const std::string& path, const index_options& o) {
   r.in = read_layout(path, o.read);
   const auto start = std::chrono::steady_clock::now();
   derive_layout_fields(*r.in.layout);
+  merge_coincident_blocks(*r.in.layout, path);
   r.derive_seconds = seconds_since(start);
   if (r.in.layout->blocks.empty()) throw input_error(path + ": the layout has no conductor blocks to index");
   return r;
@@ -65,6 +67,7 @@ std::unique_ptr<built_index> build_index(const circuit_layout& layout, const ind
   c.group_optimize = o.group_optimize;
   c.double_incline_ratio = o.double_incline_ratio;
   c.decrease_enabled = o.decrease;
+  c.spacemgr_type = fit_search_to_budget(layout, c);  // may take the plain grid, or refuse
 
   take_info();
   const std::uint64_t before = heap_in_use();
@@ -73,6 +76,7 @@ std::unique_ptr<built_index> build_index(const circuit_layout& layout, const ind
     std::unique_ptr<progress_bar> bar;
     if (show_progress) bar = std::make_unique<progress_bar>("building index", 0, std::function<std::uint64_t()>{});
     try {
+      const memory_watch watch("building the search structure (strategy " + std::to_string(c.spacemgr_type) + ")");
       b->manager.initialize(b->config, layout);
     } catch (const sea::base_error& e) {
       if (bar) bar->finish();

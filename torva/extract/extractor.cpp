@@ -10,6 +10,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "torva/check/coincident.h"
 #include "torva/extract/internal/dielectric_map.h"
 #include "torva/extract/internal/gaussian_surface.h"
 #include "torva/extract/internal/layered_walk.h"
@@ -57,56 +58,18 @@ void info(const std::string& message) {
   w.flush();
 }
 
-// Same solid, same place: the key and the test of two blocks that coincide.
-bool same_solid(const wire_block& a, const wire_block& b) {
-  if (a.shape_kind != b.shape_kind) return false;
-  for (int k = 0; k < 3; ++k)
-    if (a.outer_box.lower[k].value != b.outer_box.lower[k].value ||
-        a.outer_box.upper[k].value != b.outer_box.upper[k].value)
-      return false;
-  if (a.shape_kind == shape_cuboid) return true;
-  if (a.shape_kind == shape_cylinder)
-    return a.cylinder().radius.value == b.cylinder().radius.value &&
-           a.cylinder().half_height.value == b.cylinder().half_height.value;
-  const nprism_t &p = a.prism(), &q = b.prism();
-  if (p.size != q.size) return false;
-  for (std::uint64_t i = 0; i < p.size && i < 8; ++i)
-    if (p.points[i][0].value != q.points[i][0].value || p.points[i][1].value != q.points[i][1].value) return false;
-  return true;
-}
-
 // Blocks that repeat another of their net are dropped from the search (they
 // add nothing but depth to a tree); blocks of two nets that coincide short
 // the nets, and the layout is refused.
 void merge_duplicates(circuit_layout& layout, extract_result& result) {
-  std::unordered_map<std::uint64_t, std::vector<const wire_block*>> seen;
-  std::vector<const wire_block*> kept;
-  std::size_t dropped = 0;
-  for (const wire_block* b : layout.blocks) {
-    std::uint64_t h = b->shape_kind;
-    for (int k = 0; k < 3; ++k) {
-      h = h * 1000003u ^ std::hash<double>{}(b->outer_box.lower[k].value);
-      h = h * 1000003u ^ std::hash<double>{}(b->outer_box.upper[k].value);
-    }
-    bool repeat = false;
-    for (const wire_block* o : seen[h]) {
-      if (!same_solid(*o, *b)) continue;
-      if (o->net != b->net)
-        refuse("nets " + o->net->name + " and " + b->net->name +
-               " have coincident blocks: they would be one conductor");
-      repeat = true;
-      break;
-    }
-    if (repeat) {
-      ++dropped;
-      continue;
-    }
-    seen[h].push_back(b);
-    kept.push_back(b);
+  coincident_blocks found = find_coincident_blocks(layout.blocks);
+  if (!found.across.empty()) {
+    const auto& [a, b] = found.across.front();
+    refuse("nets " + a->net->name + " and " + b->net->name + " have coincident blocks: they would be one conductor");
   }
-  if (dropped == 0) return;
-  layout.blocks = std::move(kept);
-  warn(result, std::to_string(dropped) + " blocks repeat another block of their net and were merged into it");
+  if (found.repeats == 0) return;
+  layout.blocks = std::move(found.kept);
+  warn(result, std::to_string(found.repeats) + " blocks repeat another block of their net and were merged into it");
 }
 
 }  // namespace

@@ -6,3 +6,4 @@
 #include "torva/layout/cap3d_parser.h"
 #include "torva/layout/binary_writer.h"
 #include "torva/layout/generator.h"
+#include "torva/layout/text_writer.h"

@@ -1,0 +1,266 @@
+#include "torva/check/search_memory.h"
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "torva/geometry/cube.h"
+#include "torva/geometry/distance.h"
+#include "torva/space/space_manager.h"
+
+namespace torva {
+
+namespace {
+
+constexpr double eps = sea::double_wrapper::tolerance;
+constexpr std::uint64_t allocation = 16;  // the allocator's own bytes per block of memory
+constexpr std::uint64_t entry = sizeof(candidate_list::candidate);
+
+struct tally {
+  std::uint64_t bytes = 0;
+  std::uint64_t budget;
+  bool over() const { return bytes > budget; }
+};
+
+// Which blocks a list keeps: all, the cuboids, or the others.
+enum class family { all, cuboids, others };
+bool keeps(family f, const wire_block* b) {
+  return f == family::all || (f == family::cuboids) == (b->shape_kind == shape_cuboid);
+}
+
+cuboid_t grown(const cuboid_t& box, double by) {
+  cuboid_t g;
+  for (int k = 0; k < 3; ++k) {
+    g.lower[k] = box.lower[k].value - by;
+    g.upper[k] = box.upper[k].value + by;
+  }
+  return g;
+}
+
+// One tree, node by node (depth first, each node offered what its parent
+// kept), as the octree strategies and the hybrid grids' cells grow theirs.
+void count_tree(std::uint64_t node_bytes, const cube_t& root, double scope, std::vector<const wire_block*> offered,
+                family f, std::int64_t count_limit, std::int32_t depth_limit, double scope_ratio, tally& t) {
+  struct frame {
+    cube_t cube;
+    double scope;
+    std::int32_t depth;
+    std::vector<const wire_block*> offered;
+  };
+  std::vector<frame> stack;
+  stack.push_back(frame{root, scope, 0, std::move(offered)});
+  std::vector<std::pair<const wire_block*, double>> near;
+  while (!stack.empty() && !t.over()) {
+    const frame node = std::move(stack.back());
+    stack.pop_back();
+    const double h = node.cube.half.value;
+    double bound = node.scope;
+    near.clear();
+    for (const wire_block* b : node.offered) {
+      const double d = manhattan_distance(node.cube.center, *b).value - h;
+      if (!(bound - eps > d)) continue;
+      near.emplace_back(b, d);
+      if (bound - eps > 2.0 * h + d) bound = 2.0 * h + d;
+    }
+    std::vector<const wire_block*> kept;
+    std::int64_t stored = 0;
+    for (const auto& [b, d] : near)
+      if (bound - eps > d) {
+        kept.push_back(b);
+        stored += keeps(f, b) ? 1 : 0;
+      }
+    if (stored > count_limit && node.depth <= depth_limit) {
+      t.bytes += 8 * node_bytes + 8 + allocation;
+      const double q = 0.5 * h, child_half = h - q;
+      const double child_scope = node.depth < 6 ? node.scope * scope_ratio : node.scope * 0.5;
+      for (int i = 0; i < 8; ++i) {
+        cube_t c;
+        for (int k = 0; k < 3; ++k) c.center[k] = node.cube.center[k].value + ((i >> k) & 1 ? q : -q);
+        c.half = child_half;
+        stack.push_back(frame{c, child_scope, node.depth + 1, kept});
+      }
+    } else if (stored != 0) {
+      t.bytes += std::uint64_t(stored) * entry + allocation;
+    }
+  }
+}
+
+// A grid's cells as basic_grid_spacemgr lays them out over `space`.
+struct grid_shape {
+  double length = 0, scope = 0;
+  std::uint64_t count[3] = {1, 1, 1};
+  double lower[3] = {0, 0, 0};
+  std::uint64_t cells() const { return count[0] * count[1] * count[2]; }
+  // The cells [lo, hi) along each axis that a block's box, grown by the scope, reaches.
+  void range(const cuboid_t& box, std::uint64_t lo[3], std::uint64_t hi[3]) const {
+    for (int k = 0; k < 3; ++k) {
+      const double a = std::floor((box.lower[k].value - scope - lower[k]) / length);
+      const double b = std::ceil((scope + box.upper[k].value - lower[k]) / length);
+      lo[k] = !(a > 0) ? 0 : a >= double(count[k]) ? count[k] : std::uint64_t(a);
+      hi[k] = !(b > 0) ? 0 : b >= double(count[k]) ? count[k] : std::uint64_t(b);
+    }
+  }
+};
+
+grid_shape lay_out(const cuboid_t& space, double length, double scope) {
+  grid_shape g;
+  g.length = length;
+  g.scope = scope;
+  for (int k = 0; k < 3; ++k) {
+    const double edge = space.upper[k].value - space.lower[k].value;
+    const double n = std::ceil(edge / length);
+    g.count[k] = !(n >= 1.0) ? 1 : n >= 1e15 ? std::uint64_t(1e15) : std::uint64_t(n);
+    g.lower[k] = space.lower[k].value - (double(g.count[k]) * length - edge) * 0.5;
+  }
+  return g;
+}
+
+double shortest_edge(const cuboid_t& c) {
+  return std::min({c.upper[0].value - c.lower[0].value, c.upper[1].value - c.lower[1].value,
+                   c.upper[2].value - c.lower[2].value});
+}
+
+// A grid of flat cells: every block its scope reaches, in every cell.
+void count_flat_grid(std::uint64_t cell_bytes, const grid_shape& g, const circuit_layout& layout, family f, tally& t) {
+  t.bytes += g.cells() * cell_bytes;
+  for (const wire_block* b : layout.blocks) {
+    if (t.over()) return;
+    if (!keeps(f, b)) continue;
+    std::uint64_t lo[3], hi[3];
+    g.range(b->outer_box, lo, hi);
+    const std::uint64_t reached = (hi[0] - lo[0]) * (hi[1] - lo[1]) * (hi[2] - lo[2]);
+    t.bytes += reached * entry + std::min<std::uint64_t>(reached, 1) * allocation;
+  }
+}
+
+// A grid of trees: each cell a tree offered the blocks its scope reaches.
+void count_tree_grid(std::uint64_t node_bytes, const grid_shape& g, const circuit_layout& layout, family f,
+                     const configure& config, std::int32_t depth_limit, tally& t) {
+  t.bytes += g.cells() * node_bytes;
+  if (t.over()) return;
+  // The blocks of each cell, in the layout's order (offsets, then entries).
+  std::vector<std::uint64_t> first(g.cells() + 1, 0);
+  std::uint64_t total = 0;
+  for (const wire_block* b : layout.blocks) {
+    std::uint64_t lo[3], hi[3];
+    g.range(b->outer_box, lo, hi);
+    total += (hi[0] - lo[0]) * (hi[1] - lo[1]) * (hi[2] - lo[2]);
+  }
+  if (total * sizeof(const wire_block*) > t.budget) {
+    t.bytes += total * sizeof(const wire_block*);  // the estimate could not hold them, nor the build its visits
+    return;
+  }
+  auto each_cell = [&](const wire_block* b, auto&& f_cell) {
+    std::uint64_t lo[3], hi[3];
+    g.range(b->outer_box, lo, hi);
+    for (std::uint64_t i = lo[0]; i < hi[0]; ++i)
+      for (std::uint64_t j = lo[1]; j < hi[1]; ++j)
+        for (std::uint64_t k = lo[2]; k < hi[2]; ++k) f_cell((i * g.count[1] + j) * g.count[2] + k);
+  };
+  for (const wire_block* b : layout.blocks) each_cell(b, [&](std::uint64_t c) { ++first[c + 1]; });
+  for (std::uint64_t c = 0; c < g.cells(); ++c) first[c + 1] += first[c];
+  std::vector<const wire_block*> entries(total);
+  std::vector<std::uint64_t> fill(first.begin(), first.end() - 1);
+  for (const wire_block* b : layout.blocks) each_cell(b, [&](std::uint64_t c) { entries[fill[c]++] = b; });
+  const std::int64_t count_limit = config.max_candidates < 0 ? 20 : config.max_candidates;
+  for (std::uint64_t c = 0; c < g.cells() && !t.over(); ++c) {
+    if (first[c] == first[c + 1]) continue;
+    const std::uint64_t k = c % g.count[2], row = c / g.count[2], j = row % g.count[1], i = row / g.count[1];
+    const double index[3] = {double(i), double(j), double(k)};
+    cube_t cube;
+    for (int a = 0; a < 3; ++a) cube.center[a] = g.lower[a] + index[a] * g.length + 0.5 * g.length;
+    cube.half = 0.5 * g.length;
+    count_tree(node_bytes, cube, g.scope,
+               std::vector<const wire_block*>(entries.begin() + long(first[c]), entries.begin() + long(first[c + 1])),
+               f, count_limit, depth_limit, config.octree_scope_ratio, t);
+  }
+}
+
+void count_octree(const cuboid_t& space, const circuit_layout& layout, family f, const configure& config, tally& t) {
+  const std::int32_t depth = config.max_depth < 0 ? 12 : config.max_depth;
+  const std::int64_t count_limit = config.max_candidates < 0 ? 20 : config.max_candidates;
+  cube_t cube;
+  cube.half = size_of(space) * 0.5;
+  for (int k = 0; k < 3; ++k) cube.center[k] = 0.5 * (space.lower[k].value + space.upper[k].value);
+  const std::int32_t s = depth / 2 - 1;
+  const auto power = static_cast<std::int32_t>(1u << (static_cast<std::uint32_t>(s) & 31u));
+  count_tree(sizeof(octree_node<0>), cube, cube.half.value / double(power), layout.blocks, f, count_limit, depth,
+             config.octree_scope_ratio, t);
+}
+
+void count_hybrid(const cuboid_t& space, const circuit_layout& layout, family f, const configure& config, tally& t) {
+  const std::int32_t depth = config.max_depth < 0 ? 16 : config.max_depth;
+  double p = double(static_cast<std::int32_t>(1u << ((static_cast<std::uint32_t>(depth) >> 1) & 31u)));
+  if (config.max_depth < 0) p = 256.0;
+  const double l = size_of(space).value / p;
+  double length = std::max(l, 0.51 * shortest_edge(space)), scope = l;
+  if (layout.coarse_grid) {
+    length = std::max(length, 20 * layout.space_margin);
+    scope = std::max(scope, 8 * layout.space_margin);
+  }
+  count_tree_grid(sizeof(octree_node<0>), lay_out(space, length, scope), layout, f, config, depth, t);
+}
+
+void count_incline_grid(const cuboid_t& space, const circuit_layout& layout, tally& t) {
+  double length = std::max(size_of(space).value * 0.03125, shortest_edge(space) * 0.031251), scope = length;
+  if (layout.coarse_grid) {
+    length = std::max(length, 20 * layout.space_margin);
+    scope = std::max(scope, 8 * layout.space_margin);
+  }
+  count_flat_grid(sizeof(incline_node<1>), lay_out(space, length, scope), layout, family::others, t);
+}
+
+void count_plain_grid(const cuboid_t& space, const circuit_layout& layout, tally& t) {
+  const double volume = (space.upper[0].value - space.lower[0].value) * (space.upper[1].value - space.lower[1].value) *
+                        (space.upper[2].value - space.lower[2].value);
+  double length = std::max(std::pow(volume / 1e6, 1.0 / 3.0), 20 * layout.space_margin);
+  double scope = length / (1 + layout.crowding_ratio);
+  if (layout.coarse_grid) {
+    length = std::max(length, 20 * layout.space_margin);
+    scope = std::max(scope, 8 * layout.space_margin);
+  }
+  count_flat_grid(sizeof(base_grid_node<5>), lay_out(space, length, scope), layout, family::all, t);
+}
+
+}  // namespace
+
+search_memory_estimate estimate_search_memory(const circuit_layout& layout, const configure& config,
+                                              std::uint64_t budget) {
+  std::uint32_t type = config.spacemgr_type;
+  if (type == 10) type = automatic_spacemgr_type(layout);
+  tally t{0, budget};
+  const double m = layout.space_margin;
+  const bool critical = config.use_critical_box && layout.data.boundary == 1;
+  const cuboid_t space = critical ? grown(layout.data.critical_box, m) : grown(layout.data.window, m);
+  const std::uint64_t list = layout.blocks.size() * entry + allocation;
+  switch (type) {
+    case 0: t.bytes += 2 * list; break;
+    case 1:
+      count_octree(space, layout, family::cuboids, config, t);
+      count_octree(space, layout, family::others, config, t);
+      break;
+    case 2:
+      count_hybrid(space, layout, family::cuboids, config, t);
+      count_hybrid(space, layout, family::others, config, t);
+      break;
+    case 3: t.bytes += list; break;
+    case 4: count_octree(space, layout, family::all, config, t); break;
+    case 5: count_hybrid(space, layout, family::all, config, t); break;
+    case 6:
+      count_hybrid(space, layout, family::cuboids, config, t);
+      t.bytes += list;
+      break;
+    case 7:
+    case 8:
+      count_hybrid(space, layout, family::cuboids, config, t);
+      count_incline_grid(space, layout, t);
+      break;
+    case 9:
+      count_plain_grid(critical ? space : grown(layout.data.critical_box, 20 * m), layout, t);
+      break;
+    default: break;
+  }
+  return {t.bytes, t.over()};
+}
+
+}  // namespace torva

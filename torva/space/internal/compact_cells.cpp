@@ -1,0 +1,143 @@
+#include "torva/space/internal/compact_cells.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#include "torva/geometry/distance.h"
+
+namespace torva::compact_build {
+
+namespace {
+
+using sea::double_wrapper;
+constexpr double eps = double_wrapper::tolerance;
+
+std::uint64_t spread(std::uint64_t v) noexcept {
+  v &= 0x1fffff;
+  v = (v | v << 32) & 0x1f00000000ffffull;
+  v = (v | v << 16) & 0x1f0000ff0000ffull;
+  v = (v | v << 8) & 0x100f00f00f00f00full;
+  v = (v | v << 4) & 0x10c30c30c30c30c3ull;
+  v = (v | v << 2) & 0x1249249249249249ull;
+  return v;
+}
+
+// An integer of a cell's units, rounded down (or up) and one more step out.
+std::int16_t units_down(double x, double inv) noexcept {
+  const double q = std::floor(x * inv) - 1.0;
+  if (!(q > -compact_layout::clamp_units)) return -compact_layout::clamp_units;  // also not a number
+  if (q > compact_layout::clamp_units) return compact_layout::clamp_units;
+  return static_cast<std::int16_t>(q);
+}
+std::int16_t units_up(double x, double inv) noexcept {
+  const double q = std::ceil(x * inv) + 1.0;
+  if (!(q < compact_layout::clamp_units)) return compact_layout::clamp_units;  // also not a number
+  if (q < -compact_layout::clamp_units) return -compact_layout::clamp_units;
+  return static_cast<std::int16_t>(q);
+}
+
+}  // namespace
+
+std::uint64_t morton(const base_grid<compact_head>& g, std::uint64_t flat) noexcept {
+  const std::uint64_t k = flat % g.count_z;
+  const std::uint64_t t = flat / g.count_z;
+  return spread(t / g.count_y) << 2 | spread(t % g.count_y) << 1 | spread(k);
+}
+
+void cell_packer::fill(std::uint64_t cell, const std::uint32_t* offered, std::size_t n) {
+  cube = index.grid.cell_cube(cell);
+  scope_bound = bound = scope;
+  level = 0;
+  list.clear();
+  for (std::size_t i = 0; i < n; ++i) {
+    const entry e{(distance(index.blocks[offered[i]].entry.box, cube.center) - cube.half).value, offered[i]};
+    if (!(bound - eps > e.distance)) continue;
+    list.push_back(e);
+    if (may_decrease && crowded() && level < limits.depth) {
+      ++level;
+      decrease();
+    }
+  }
+  // Completion: non-cuboids whose solid lies beyond the bound leave by
+  // swapping in the last entry; then the sort, not-a-number last.
+  const double limit = cube.half.value + bound;
+  for (std::size_t i = 0; i < list.size();) {
+    const compact_entry& b = block(list[i]);
+    if (b.cuboid() || limit - eps > manhattan_distance(cube.center, *b.block()).value) {
+      ++i;
+      continue;
+    }
+    if (i + 1 != list.size()) list[i] = list.back();
+    list.pop_back();
+  }
+  if (!list.empty())
+    std::sort(list.begin(), list.end(), [](const entry& a, const entry& b) {
+      const double x = a.distance;
+      const double y = b.distance;
+      if (std::isnan(y)) return !std::isnan(x);
+      return x < y;
+    });
+}
+
+void cell_packer::decrease() {
+  old.swap(list);
+  list.clear();
+  scope_bound = 0.5 * double_wrapper(scope_bound);
+  for (const entry& e : old) {
+    const double_wrapper g = manhattan_distance(cube.center, *block(e).block()) - cube.half;
+    if (!(g.value - eps > scope_bound)) list.push_back(e);
+  }
+  if (crowded() && level < limits.depth) {
+    ++level;
+    decrease();
+  }
+}
+
+void cell_packer::side_bounds(std::size_t from, std::int8_t side[6]) const {
+  const double inv = 1.0 / index.levels[std::size_t(level)].side_unit;
+  double least[6];
+  std::fill(least, least + 6, std::numeric_limits<double>::infinity());
+  for (std::size_t i = from; i < list.size(); ++i) {
+    const cuboid_t& box = block(list[i]).box;
+    double gap = -std::numeric_limits<double>::infinity();
+    int at = 0;
+    for (int a = 0; a < 3; ++a) {
+      const double high = box.lower[a].value - (cube.center[a].value + cube.half.value);
+      const double low = (cube.center[a].value - cube.half.value) - box.upper[a].value;
+      if (high > gap) gap = high, at = a;
+      if (low > gap) gap = low, at = a + 3;
+    }
+    if (!(gap > -std::numeric_limits<double>::infinity())) gap = -std::numeric_limits<double>::infinity(), at = 0;
+    least[at] = std::min(least[at], gap);
+  }
+  for (int k = 0; k < 6; ++k) {
+    const double q = std::floor(least[k] * inv) - 1.0;
+    side[k] = !(q > -128.0) ? std::int8_t(-128) : q >= 127.0 ? std::int8_t(127) : std::int8_t(q);
+  }
+}
+
+void cell_packer::pack_overflow(std::size_t from, std::uint8_t* out) const {
+  using namespace compact_layout;
+  const compact_level& lv = index.levels[std::size_t(level)];
+  const double inv = lv.inv_unit;
+  const std::size_t n = list.size() - from;
+  for (std::size_t first = 0; first < n; first += lanes) {
+    const std::size_t s = std::min<std::size_t>(lanes, n - first);
+    std::uint8_t* base = out + entry_bytes * first;
+    auto put = [&](unsigned f, std::size_t lane, std::int16_t v) { std::memcpy(base + 2 * (s * f + lane), &v, 2); };
+    for (std::size_t lane = 0; lane < s; ++lane) {
+      const entry& e = list[from + first + lane];
+      const cuboid_t& box = block(e).box;
+      put(0, lane, std::isnan(e.distance) ? open : units_down(e.distance, inv));
+      for (int a = 0; a < 3; ++a) {
+        put(1 + 2 * a, lane, units_down(box.lower[a].value - cube.center[a].value, inv));
+        put(2 + 2 * a, lane, units_up(box.upper[a].value - cube.center[a].value, inv));
+      }
+      std::memcpy(base + 14 * s + 4 * lane, &e.index, 4);
+    }
+  }
+}
+
+}  // namespace torva::compact_build

@@ -328,8 +328,7 @@ compact_index build_compact_index(const configure& config, const circuit_layout&
         std::memcpy(slot + head_bytes + i * inline_bytes, &e, sizeof e);
       }
       if (n > held) {
-        packer.side_bounds(held, head.side);
-        packer.pack_overflow(held, x.overflow.data + at);
+        packer.pack_overflow(held, x.overflow.data + at, head.side);
         at += std::uint64_t(n - held) * entry_bytes;
       }
       std::memcpy(slot, &head, sizeof head);

@@ -24,18 +24,20 @@ std::uint64_t spread(std::uint64_t v) noexcept {
   return v;
 }
 
-// An integer of a cell's units, rounded down (or up) and one more step out.
+// An integer of a cell's units, rounded down (or up) and one more step out,
+// clamped to the values a group holds: only sides of a box far beyond the
+// cell's reach (never a near side) clamp. A shift makes the truncation a floor.
 std::int16_t units_down(double x, double inv) noexcept {
-  const double q = std::floor(x * inv) - 1.0;
-  if (!(q > -compact_layout::clamp_units)) return -compact_layout::clamp_units;  // also not a number
-  if (q > compact_layout::clamp_units) return compact_layout::clamp_units;
-  return static_cast<std::int16_t>(q);
+  const double q = x * inv;
+  if (!(q > -16000.0)) return -compact_layout::clamp_units;  // also not a number
+  if (q >= 16384.0) return compact_layout::clamp_units;
+  return static_cast<std::int16_t>(static_cast<std::int32_t>(q + 32768.0) - 32769);
 }
 std::int16_t units_up(double x, double inv) noexcept {
-  const double q = std::ceil(x * inv) + 1.0;
-  if (!(q < compact_layout::clamp_units)) return compact_layout::clamp_units;  // also not a number
-  if (q < -compact_layout::clamp_units) return -compact_layout::clamp_units;
-  return static_cast<std::int16_t>(q);
+  const double q = x * inv;
+  if (!(q < 16000.0)) return compact_layout::clamp_units;  // also not a number
+  if (q <= -16384.0) return -compact_layout::clamp_units;
+  return static_cast<std::int16_t>(32769 - static_cast<std::int32_t>(32768.0 - q));
 }
 
 }  // namespace
@@ -95,33 +97,13 @@ void cell_packer::decrease() {
   }
 }
 
-void cell_packer::side_bounds(std::size_t from, std::int8_t side[6]) const {
-  const double inv = 1.0 / index.levels[std::size_t(level)].side_unit;
-  double least[6];
-  std::fill(least, least + 6, std::numeric_limits<double>::infinity());
-  for (std::size_t i = from; i < list.size(); ++i) {
-    const cuboid_t& box = block(list[i]).box;
-    double gap = -std::numeric_limits<double>::infinity();
-    int at = 0;
-    for (int a = 0; a < 3; ++a) {
-      const double high = box.lower[a].value - (cube.center[a].value + cube.half.value);
-      const double low = (cube.center[a].value - cube.half.value) - box.upper[a].value;
-      if (high > gap) gap = high, at = a;
-      if (low > gap) gap = low, at = a + 3;
-    }
-    if (!(gap > -std::numeric_limits<double>::infinity())) gap = -std::numeric_limits<double>::infinity(), at = 0;
-    least[at] = std::min(least[at], gap);
-  }
-  for (int k = 0; k < 6; ++k) {
-    const double q = std::floor(least[k] * inv) - 1.0;
-    side[k] = !(q > -128.0) ? std::int8_t(-128) : q >= 127.0 ? std::int8_t(127) : std::int8_t(q);
-  }
-}
-
-void cell_packer::pack_overflow(std::size_t from, std::uint8_t* out) const {
+void cell_packer::pack_overflow(std::size_t from, std::uint8_t* out, std::int8_t side[6]) const {
   using namespace compact_layout;
   const compact_level& lv = index.levels[std::size_t(level)];
   const double inv = lv.inv_unit;
+  const double h = cube.half.value;
+  double least[6];
+  std::fill(least, least + 6, std::numeric_limits<double>::infinity());
   const std::size_t n = list.size() - from;
   for (std::size_t first = 0; first < n; first += lanes) {
     const std::size_t s = std::min<std::size_t>(lanes, n - first);
@@ -131,12 +113,25 @@ void cell_packer::pack_overflow(std::size_t from, std::uint8_t* out) const {
       const entry& e = list[from + first + lane];
       const cuboid_t& box = block(e).box;
       put(0, lane, std::isnan(e.distance) ? open : units_down(e.distance, inv));
+      // The side where the box lies farthest out from the cell takes its gap.
+      double gap = -std::numeric_limits<double>::infinity();
+      int at = 0;
       for (int a = 0; a < 3; ++a) {
-        put(1 + 2 * a, lane, units_down(box.lower[a].value - cube.center[a].value, inv));
-        put(2 + 2 * a, lane, units_up(box.upper[a].value - cube.center[a].value, inv));
+        const double low = box.lower[a].value - cube.center[a].value;
+        const double high = box.upper[a].value - cube.center[a].value;
+        put(1 + 2 * a, lane, units_down(low, inv));
+        put(2 + 2 * a, lane, units_up(high, inv));
+        if (low - h > gap) gap = low - h, at = a;
+        if (-high - h > gap) gap = -high - h, at = a + 3;
       }
+      least[at] = std::min(least[at], gap);
       std::memcpy(base + 14 * s + 4 * lane, &e.index, 4);
     }
+  }
+  const double side_inv = 1.0 / lv.side_unit;
+  for (int k = 0; k < 6; ++k) {
+    const double q = std::floor(least[k] * side_inv) - 1.0;
+    side[k] = !(q > -128.0) ? std::int8_t(-128) : q >= 127.0 ? std::int8_t(127) : std::int8_t(q);
   }
 }
 

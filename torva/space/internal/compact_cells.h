@@ -69,12 +69,11 @@ struct cell_packer {
   // The cell's sorted list from the blocks offered to it, in the layout's order.
   void fill(std::uint64_t cell, const std::uint32_t* offered, std::size_t n);
   void decrease();
-  // The least gap per side of the cell of the entries [from, size), each
-  // under the side where its box lies farthest out, in side units rounded
-  // down; 127 for a side with none.
-  void side_bounds(std::size_t from, std::int8_t side[6]) const;
-  // Writes the entries [from, size) of the list as overflow groups at `out`.
-  void pack_overflow(std::size_t from, std::uint8_t* out) const;
+  // Writes the entries [from, size) of the list as overflow groups at `out`,
+  // and the least gap per side of the cell of those entries, each under the
+  // side where its box lies farthest out, in side units rounded down (127 for
+  // a side with none).
+  void pack_overflow(std::size_t from, std::uint8_t* out, std::int8_t side[6]) const;
 };
 
 }  // namespace torva::compact_build

@@ -8,8 +8,8 @@
 //   and its first entries inline with their exact outer boxes and blocks.
 //   Most answers come from those first entries: the list is sorted by distance
 //   from the cell;
-// - the rest of a list lies in an overflow arena, in Morton order of the cells
-//   so that a walk's neighbouring cells share pages, as groups of up to 8
+// - the rest of a list lies in an overflow arena, cells in Morton order within
+//   bricks of 8^3 so that a walk's neighbouring cells share pages, as groups of up to 8
 //   entries, each group a structure of arrays of 16-bit integers (the entry's
 //   distance from the cell and its outer box, in about an 8191th of the cell's
 //   reach, rounded outwards) and 32-bit block numbers. One SSE2 pass over a

@@ -147,7 +147,7 @@ compact_index build_compact_index(const configure& config, const circuit_layout&
     extent = std::max({extent, std::fabs(g.bounds.lower[a].value), std::fabs(g.bounds.upper[a].value)});
   x.margin = 8 * eps + std::ldexp(extent + x.levels.front().range, -40);
 
-  // The block table, in Morton order of the blocks' centres.
+  // The block table, in brick order of the blocks' centres.
   const std::vector<wire_block const*>& blocks = layout.blocks;
   const std::size_t nb = blocks.size();
   if (nb >= 0xffffffffull) throw std::length_error("compact index: too many blocks");
@@ -158,7 +158,7 @@ compact_index build_compact_index(const configure& config, const circuit_layout&
       const cuboid_t& b = blocks[i]->outer_box;
       point3 mid;
       for (int a = 0; a < 3; ++a) mid[a] = 0.5 * (b.lower[a].value + b.upper[a].value);
-      keys[i] = {morton(g, g.cell_of(mid)), std::uint32_t(i)};
+      keys[i] = {brick_key(g, g.cell_of(mid)), std::uint32_t(i)};
     }
     std::sort(keys.begin(), keys.end());
     x.blocks = make_cell_array<compact_block>(nb);
@@ -222,14 +222,8 @@ compact_index build_compact_index(const configure& config, const circuit_layout&
   }
   std::vector<std::uint32_t>().swap(place);
 
-  // Cells in Morton order, shared among the threads by the number of offers.
-  std::vector<std::uint64_t> order(cells);
-  {
-    std::vector<std::pair<std::uint64_t, std::uint64_t>> keys(cells);
-    for (std::uint64_t c = 0; c < cells; ++c) keys[c] = {morton(g, c), c};
-    std::sort(keys.begin(), keys.end());
-    for (std::uint64_t c = 0; c < cells; ++c) order[c] = keys[c].second;
-  }
+  // Cells in brick order, shared among the threads by the number of offers.
+  const std::vector<std::uint64_t> order = cells_in_brick_order(g);
   std::vector<std::uint64_t> part_cell(std::size_t(threads) + 1, cells);
   {
     const std::uint64_t total = first_offer[cells];
@@ -263,7 +257,7 @@ compact_index build_compact_index(const configure& config, const circuit_layout&
 
   // As many entries in a slot as keep the index within the pair's cells and lists.
   {
-    std::uint64_t beyond[5] = {};
+    std::uint64_t beyond[5] = {};  // entries past the first k of every cell, k = 0..4
     for (std::uint64_t c = 0; c < cells; ++c) {
       const std::uint64_t n = count_level[c] & 0xffffffu;
       for (std::uint64_t k = 0; k < 5; ++k) beyond[k] += n > k ? n - k : 0;

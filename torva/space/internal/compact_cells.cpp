@@ -14,15 +14,8 @@ namespace {
 using sea::double_wrapper;
 constexpr double eps = double_wrapper::tolerance;
 
-std::uint64_t spread(std::uint64_t v) noexcept {
-  v &= 0x1fffff;
-  v = (v | v << 32) & 0x1f00000000ffffull;
-  v = (v | v << 16) & 0x1f0000ff0000ffull;
-  v = (v | v << 8) & 0x100f00f00f00f00full;
-  v = (v | v << 4) & 0x10c30c30c30c30c3ull;
-  v = (v | v << 2) & 0x1249249249249249ull;
-  return v;
-}
+// Bits 0..2 of v spread to every third bit.
+constexpr std::uint32_t spread3(std::uint32_t v) noexcept { return (v & 1u) | (v & 2u) << 2 | (v & 4u) << 4; }
 
 // An integer of a cell's units, rounded down (or up) and one more step out,
 // clamped to the values a group holds: only sides of a box far beyond the
@@ -42,10 +35,33 @@ std::int16_t units_up(double x, double inv) noexcept {
 
 }  // namespace
 
-std::uint64_t morton(const base_grid<compact_head>& g, std::uint64_t flat) noexcept {
+std::uint64_t brick_key(const base_grid<compact_head>& g, std::uint64_t flat) noexcept {
   const std::uint64_t k = flat % g.count_z;
   const std::uint64_t t = flat / g.count_z;
-  return spread(t / g.count_y) << 2 | spread(t % g.count_y) << 1 | spread(k);
+  const std::uint64_t j = t % g.count_y, i = t / g.count_y;
+  const std::uint64_t by = (g.count_y + 7) / 8, bz = (g.count_z + 7) / 8;
+  const std::uint64_t brick = ((i / 8) * by + j / 8) * bz + k / 8;
+  return brick << 9 | spread3(std::uint32_t(i % 8)) << 2 | spread3(std::uint32_t(j % 8)) << 1 | spread3(std::uint32_t(k % 8));
+}
+
+std::vector<std::uint64_t> cells_in_brick_order(const base_grid<compact_head>& g) {
+  std::vector<std::uint64_t> order;
+  order.reserve(g.cell_count);
+  std::uint32_t offset[512][3];
+  for (std::uint32_t code = 0; code < 512; ++code)
+    for (int a = 0; a < 3; ++a) {
+      std::uint32_t v = 0;
+      for (int bit = 0; bit < 3; ++bit) v |= (code >> (3 * bit + 2 - a) & 1u) << bit;
+      offset[code][a] = v;
+    }
+  for (std::uint64_t i0 = 0; i0 < g.count_x; i0 += 8)
+    for (std::uint64_t j0 = 0; j0 < g.count_y; j0 += 8)
+      for (std::uint64_t k0 = 0; k0 < g.count_z; k0 += 8)
+        for (const auto& o : offset) {
+          const std::uint64_t i = i0 + o[0], j = j0 + o[1], k = k0 + o[2];
+          if (i < g.count_x && j < g.count_y && k < g.count_z) order.push_back((i * g.count_y + j) * g.count_z + k);
+        }
+  return order;
 }
 
 void cell_packer::fill(std::uint64_t cell, const std::uint32_t* offered, std::size_t n) {

@@ -19,8 +19,12 @@
 
 namespace torva::compact_build {
 
-// Morton key of a cell of the grid: the bits of i, j and k interleaved, 21 of each.
-std::uint64_t morton(const base_grid<compact_head>& g, std::uint64_t flat) noexcept;
+// The order in which cells lay out their overflow: bricks of 8 x 8 x 8 cells
+// in the grid's flat order, the cells of a brick in Morton order (the bits of
+// i, j and k interleaved), so that a walk's neighbouring cells share pages.
+// brick_key of a cell ascends in that order.
+std::uint64_t brick_key(const base_grid<compact_head>& g, std::uint64_t flat) noexcept;
+std::vector<std::uint64_t> cells_in_brick_order(const base_grid<compact_head>& g);
 
 // Runs `body(t)` for t in [0, threads), on threads of its own when more than
 // one; the first exception is thrown again here.

@@ -44,7 +44,7 @@
 #include "torva/space/base_grid.h"
 #include "torva/space/candidate_list_cache.h"
 #include "torva/space/cell_array.h"
-#include "torva/space/internal/compact_groups.h"
+#include "torva/space/compact_groups.h"
 
 namespace torva {
 

@@ -1,4 +1,4 @@
-// The ten strategy pairs and the automatic choice on generated layouts
+// The ten strategy pairs, the automatic choice and the compact index on generated layouts
 // (crossing wires on several metal layers, with a share of polygon prisms and
 // cylinders), beside two baselines measured in the same run on the same query
 // points: a brute-force scan over every block, and Embree 3's BVH point query
@@ -29,6 +29,10 @@
 //   one (the share of the free cube that a walker may use).
 // - query/brute and query/embree: the same points answered exactly; cand is
 //   the number of blocks measured per query.
+// - build/compact/<blocks>/threads:<t> and query/compact/<blocks>: the compact
+//   index of grid-none-nd (counter held_MiB: what it holds), on the same
+//   stream; counter differ: answers of the first --grid_verify points that
+//   differ in any bit from grid-none-nd's with the same caches (0 expected).
 //
 // The walk: a walker starts at a random point of the critical box that lies
 // outside every conductor, and jumps to a uniformly random point on the

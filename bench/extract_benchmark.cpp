@@ -8,10 +8,15 @@
 //   search structure, Gaussian surface) and walking.
 // The layout text goes to a temporary folder and is read back each time, as
 // `torva extract` would. Figures are medians over the repetitions.
+// --strategies lists the search pairs to run, each in turn on the same
+// layout: auto (the extractor's choice: the compact index where it falls on
+// the plain grid) and pair numbers, e.g. auto,9 for the compact index beside
+// the plain grid it copies.
 //
 //   build-rel/bench/extract_benchmark [--sizes=10000,100000] [--repetitions=3]
 //                                     [--walks=200000] [--precision=0.01]
 //                                     [--only=walks|precision] [--threads=1,2]
+//                                     [--strategies=auto,9]
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -41,6 +46,7 @@ struct bench_options {
   double precision = 0.01;
   bool fixed = true;      // run the fixed-walk measurement
   bool to_goal = true;    // run the 1% measurement
+  std::vector<int> strategies{-1};  // search pairs; -1: the extractor's choice
 };
 bench_options options;
 
@@ -107,6 +113,10 @@ struct run_figures {
   std::string stopped_by;
 };
 
+int strategy = -1;  // the search pair of the runs under way; -1: the extractor's choice
+
+std::string strategy_name(int s) { return s < 0 ? "auto" : "pair " + std::to_string(s); }
+
 run_figures run_once(const std::string& path, const std::string& master, int threads, bool fixed,
                      testing::log_capture& logs) {
   run_figures f;
@@ -117,6 +127,7 @@ run_figures run_once(const std::string& path, const std::string& master, int thr
   extract_options o;
   o.masters = {master};
   o.threads = threads;
+  o.spacemgr_type = strategy;
   o.max_walks = fixed ? options.walks : 0;
   o.self_precision = fixed ? 1e-9 : options.precision;  // a fixed count: too tight to stop the walks first
   o.coupling_precision = 1.0;                            // only the self error decides
@@ -141,9 +152,9 @@ summary measure(const std::string& path, const std::string& master, int threads,
   std::vector<run_figures> runs;
   for (int k = 0; k < options.repetitions; ++k) {
     const run_figures& f = runs.emplace_back(run_once(path, master, threads, fixed, logs));
-    std::printf("  %-9s t=%d rep %d: read %.3f s, setup %.3f s, walking %.3f s, total %.3f s, %.0f walks, "
+    std::printf("  %s, %-9s t=%d rep %d: read %.3f s, setup %.3f s, walking %.3f s, total %.3f s, %.0f walks, "
                 "%.2f hops/walk, self error %.4f (%s), others used %.0f%% of the cores\n",
-                fixed ? "walks" : "precision", threads, k + 1, f.read, f.setup, f.walking, f.total, f.walks,
+                strategy_name(strategy).c_str(), fixed ? "walks" : "precision", threads, k + 1, f.read, f.setup, f.walking, f.total, f.walks,
                 f.walks > 0 ? f.hops / f.walks : 0.0, f.self_error, f.stopped_by.c_str(), 100 * f.others);
     std::fflush(stdout);
   }
@@ -168,6 +179,9 @@ std::string busy_note(const summary& s) {
   return text;
 }
 
+void bench_strategy(const std::string& path, const std::string& master, std::uint64_t size,
+                    testing::log_capture& logs);
+
 void bench_size(std::uint64_t size, testing::log_capture& logs) {
   testing::temp_dir folder;
   const std::string path = folder.file("crossing.cap3d");
@@ -181,12 +195,20 @@ void bench_size(std::uint64_t size, testing::log_capture& logs) {
     master = nets[nets.size() / 2].name;
     std::printf("\n-- %llu blocks: %zu nets, master %s\n", (unsigned long long)size, nets.size(), master.c_str());
   }
+  for (int s : options.strategies) {
+    strategy = s;
+    bench_strategy(path, master, size, logs);
+  }
+}
+
+void bench_strategy(const std::string& path, const std::string& master, std::uint64_t size,
+                    testing::log_capture& logs) {
   std::vector<summary> fixed, to_goal;
   for (std::uint64_t t : options.threads) {
     if (options.fixed) fixed.push_back(measure(path, master, int(t), true, logs));
     if (options.to_goal) to_goal.push_back(measure(path, master, int(t), false, logs));
   }
-  std::printf("medians, %llu blocks:\n", (unsigned long long)size);
+  std::printf("medians, %llu blocks, search %s:\n", (unsigned long long)size, strategy_name(strategy).c_str());
   for (std::size_t i = 0; i < fixed.size(); ++i) {
     const summary& s = fixed[i];
     const double t = double(options.threads[i]);
@@ -240,6 +262,14 @@ void parse_flags(int argc, char** argv) {
       options.walks = std::max<std::uint64_t>(1, std::strtoull(v, nullptr, 10));
     } else if (const char* v = value("--precision=")) {
       options.precision = std::atof(v);
+    } else if (const char* v = value("--strategies=")) {
+      options.strategies.clear();
+      for (const char* at = v; *at != '\0';) {
+        const char* comma = std::strchr(at, ',');
+        const std::string item(at, comma != nullptr ? comma : at + std::strlen(at));
+        options.strategies.push_back(item == "auto" ? -1 : std::atoi(item.c_str()));
+        at = comma != nullptr ? comma + 1 : at + item.size();
+      }
     } else if (const char* v = value("--only=")) {
       options.fixed = std::strcmp(v, "walks") == 0;
       options.to_goal = std::strcmp(v, "precision") == 0;

@@ -1,4 +1,4 @@
-// The ten strategy pairs and the automatic choice on generated layouts
+// The ten strategy pairs, the automatic choice and the compact index on generated layouts
 // (crossing wires on several metal layers, with a share of polygon prisms and
 // cylinders), beside two baselines measured in the same run on the same query
 // points: a brute-force scan over every block, and Embree 3's BVH point query
@@ -29,6 +29,10 @@
 //   one (the share of the free cube that a walker may use).
 // - query/brute and query/embree: the same points answered exactly; cand is
 //   the number of blocks measured per query.
+// - build/compact/<blocks>/threads:<t> and query/compact/<blocks>: the compact
+//   index of grid-none-nd (counter held_MiB: what it holds), on the same
+//   stream; counter differ: answers of the first --grid_verify points that
+//   differ in any bit from grid-none-nd's with the same caches (0 expected).
 //
 // The walk: a walker starts at a random point of the critical box that lies
 // outside every conductor, and jumps to a uniformly random point on the
@@ -44,7 +48,6 @@
 // The simple pairs (and hybrid-simple) build one list over all blocks of a
 // family, quadratic in their number: they are left out above 100000 blocks.
 #include <benchmark/benchmark.h>
-#include <embree3/rtcore.h>
 #include <malloc.h>
 
 #include <algorithm>
@@ -61,10 +64,12 @@
 #include <string>
 #include <vector>
 
+#include "embree_baseline.h"
 #include "torva/foundation/configure.h"
 #include "torva/geometry/distance.h"
 #include "torva/layout/generator.h"
 #include "torva/space/candidate_list_cache.h"
+#include "torva/space/compact_index.h"
 #include "torva/space/layout_fields.h"
 #include "torva/space/space_manager.h"
 #include "torva_testing/log_capture.h"
@@ -116,100 +121,6 @@ struct memory_probe {
     }
   }
   double peak_mib() const { return double(status_kib("VmHWM:") - base) / 1024.0; }
-};
-
-// ---------------------------------------------------------------- Embree
-
-constexpr double sqrt3 = 1.7320508075688772;
-
-struct embree_index {
-  RTCDevice device = nullptr;
-  RTCScene scene = nullptr;
-  const std::vector<wire_block const*>* blocks = nullptr;
-
-  embree_index() = default;
-  embree_index(const embree_index&) = delete;
-  embree_index& operator=(const embree_index&) = delete;
-  ~embree_index() { release(); }
-
-  void release() {
-    if (scene != nullptr) rtcReleaseScene(scene);
-    if (device != nullptr) rtcReleaseDevice(device);
-    scene = nullptr;
-    device = nullptr;
-  }
-
-  static void bounds(const RTCBoundsFunctionArguments* args) {
-    const auto* self = static_cast<const embree_index*>(args->geometryUserPtr);
-    const cuboid_t& box = (*self->blocks)[args->primID]->outer_box;
-    // Rounded outwards, so that no block is culled by the float box.
-    args->bounds_o->lower_x = std::nextafter(float(box.lower[0].value), -INFINITY);
-    args->bounds_o->lower_y = std::nextafter(float(box.lower[1].value), -INFINITY);
-    args->bounds_o->lower_z = std::nextafter(float(box.lower[2].value), -INFINITY);
-    args->bounds_o->upper_x = std::nextafter(float(box.upper[0].value), INFINITY);
-    args->bounds_o->upper_y = std::nextafter(float(box.upper[1].value), INFINITY);
-    args->bounds_o->upper_z = std::nextafter(float(box.upper[2].value), INFINITY);
-  }
-  static void no_intersect(const RTCIntersectFunctionNArguments*) {}
-  static void no_occluded(const RTCOccludedFunctionNArguments*) {}
-
-  void build(const std::vector<wire_block const*>& all, int threads) {
-    release();
-    blocks = &all;
-    device = rtcNewDevice(threads == 1 ? "threads=1" : "threads=2");
-    scene = rtcNewScene(device);
-    RTCGeometry g = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_USER);
-    rtcSetGeometryUserPrimitiveCount(g, unsigned(all.size()));
-    rtcSetGeometryUserData(g, this);
-    rtcSetGeometryBoundsFunction(g, &embree_index::bounds, this);
-    rtcSetGeometryIntersectFunction(g, &embree_index::no_intersect);
-    rtcSetGeometryOccludedFunction(g, &embree_index::no_occluded);
-    rtcCommitGeometry(g);
-    rtcAttachGeometry(scene, g);
-    rtcReleaseGeometry(g);
-    rtcCommitScene(scene);
-  }
-
-  struct query_state {
-    point3 p;
-    double best;
-    const std::vector<wire_block const*>* blocks;
-    std::size_t visited;
-  };
-
-  // The sphere of the query must hold the maximum-norm ball of the best
-  // distance so far: radius sqrt(3) times it, with slack for the float point.
-  static float sphere(double d) { return float(std::max(d, 0.0) * sqrt3 * (1 + 1e-6) + 1e-4); }
-
-  static bool on_primitive(RTCPointQueryFunctionArguments* args) {
-    auto* s = static_cast<query_state*>(args->userPtr);
-    ++s->visited;
-    const double d = manhattan_distance(s->p, *(*s->blocks)[args->primID]).value;
-    if (!(d < s->best)) return false;
-    s->best = d;
-    const float r = sphere(d);
-    if (r < args->query->radius) {
-      args->query->radius = r;
-      return true;
-    }
-    return false;
-  }
-
-  // The exact nearest distance, no more than limit.
-  double nearest(const point3& p, double limit, std::size_t* visited = nullptr) const {
-    RTCPointQuery q;
-    q.x = float(p[0].value);
-    q.y = float(p[1].value);
-    q.z = float(p[2].value);
-    q.time = 0.0f;
-    q.radius = sphere(limit);
-    RTCPointQueryContext context;
-    rtcInitPointQueryContext(&context);
-    query_state s{p, limit, blocks, 0};
-    rtcPointQuery(scene, &q, &context, &embree_index::on_primitive, &s);
-    if (visited != nullptr) *visited += s.visited;
-    return s.best;
-  }
 };
 
 double brute_nearest(const std::vector<wire_block const*>& blocks, const point3& p, double limit) {
@@ -477,6 +388,34 @@ struct built_manager {
 };
 built_manager kept;
 
+// The contract on the first --grid_verify points of the stream, asked in
+// order with one walker's caches: answers that break it (farther than the
+// true nearest block, or naming a block not at the answered distance), and
+// the mean share of the true distance answered.
+struct stream_check {
+  std::size_t bad = 0;
+  double share = 0.0;
+};
+
+template <class Answer>
+stream_check check_stream(const bench_layout& b, Answer&& answer) {
+  stream_check c;
+  const std::size_t n = std::min(options.verify, b.points.size());
+  for (std::size_t i = 0; i < n; ++i) {
+    const nearest_result r = answer(i);
+    const double truth = b.truth[i];
+    bool ok = r.distance.value <= truth + 1e-9;
+    if (r.block != nullptr) {
+      const double d = manhattan_distance(b.points[i], *r.block).value;
+      ok = ok && (r.distance.value == 0.0 ? d < 0.0001 : std::fabs(d - r.distance.value) <= 1e-9);
+    }
+    c.bad += ok ? 0 : 1;
+    c.share += truth > 0 ? std::min(1.0, std::max(0.0, r.distance.value) / truth) : 1.0;
+  }
+  c.share /= double(std::max<std::size_t>(1, n));
+  return c;
+}
+
 void bm_build(benchmark::State& state, std::uint64_t size, int index, int threads) {
   bench_layout& b = layout_for(size);
   double peak = 0.0;
@@ -510,25 +449,8 @@ void bm_query(benchmark::State& state, std::uint64_t size, int index) {
     logs->clear();
   }
   const space_manager_interface& m = **kept.manager;
-  // The contract, on the first points of the stream, with one walker's caches.
-  std::size_t bad = 0;
-  double share = 0.0;
-  {
-    candidate_list_cache c1, c2;
-    const std::size_t n = std::min(options.verify, b.points.size());
-    for (std::size_t i = 0; i < n; ++i) {
-      const nearest_result r = m.nearest(b.points[i], b.limits[i], c1, c2);
-      const double truth = b.truth[i];
-      bool ok = r.distance.value <= truth + 1e-9;
-      if (r.block != nullptr) {
-        const double d = manhattan_distance(b.points[i], *r.block).value;
-        ok = ok && (r.distance.value == 0.0 ? d < 0.0001 : std::fabs(d - r.distance.value) <= 1e-9);
-      }
-      bad += ok ? 0 : 1;
-      share += truth > 0 ? std::min(1.0, std::max(0.0, r.distance.value) / truth) : 1.0;
-    }
-    share /= double(std::max<std::size_t>(1, n));
-  }
+  candidate_list_cache v1, v2;
+  const stream_check check = check_stream(b, [&](std::size_t k) { return m.nearest(b.points[k], b.limits[k], v1, v2); });
   candidate_list_cache c1, c2;
   std::size_t i = 0;
   const std::size_t n = b.points.size();
@@ -538,9 +460,78 @@ void bm_query(benchmark::State& state, std::uint64_t size, int index) {
     if (++i == n) i = 0;
   }
   state.counters["cand"] = info_of(index, b.layout).scanned(m, b);
-  state.counters["bad"] = double(bad);
-  state.counters["radius"] = share;
+  state.counters["bad"] = double(check.bad);
+  state.counters["radius"] = check.share;
   state.SetLabel(info_of(index, b.layout).name);
+}
+
+// ---------------------------------------------------------------- compact index
+
+// The index the query benchmark uses: the last one built by the two-thread build.
+struct built_compact {
+  std::uint64_t size = 0;
+  std::unique_ptr<compact_index> index;
+};
+built_compact kept_compact;
+
+void bm_compact_build(benchmark::State& state, std::uint64_t size, int threads) {
+  bench_layout& b = layout_for(size);
+  double peak = 0.0, cpu = 0.0, mib = 0.0;
+  for (auto _ : state) {
+    if (threads == 2) kept_compact = built_compact{};
+    const configure config = config_for(9, threads);
+    memory_probe probe;
+    const double c0 = process_cpu_seconds();
+    const auto t0 = std::chrono::steady_clock::now();
+    auto index = std::make_unique<compact_index>(build_compact_index(config, b.layout));
+    const auto t1 = std::chrono::steady_clock::now();
+    cpu = process_cpu_seconds() - c0;
+    peak = std::max(peak, probe.peak_mib());
+    mib = double(index->bytes()) / 1048576.0;
+    state.SetIterationTime(std::chrono::duration<double>(t1 - t0).count());
+    if (threads == 2) kept_compact = built_compact{size, std::move(index)};
+  }
+  state.counters["peak_MiB"] = peak;
+  state.counters["cpu_ms"] = cpu * 1e3;
+  state.counters["held_MiB"] = mib;
+}
+
+void bm_compact_query(benchmark::State& state, std::uint64_t size) {
+  bench_layout& b = layout_for(size);
+  if (kept_compact.size != size || !kept_compact.index)
+    kept_compact = built_compact{size, std::make_unique<compact_index>(build_compact_index(config_for(9, 2), b.layout))};
+  const compact_index& x = *kept_compact.index;
+  compact_cache v;
+  const stream_check check = check_stream(b, [&](std::size_t k) { return x.nearest(b.points[k], b.limits[k], v); });
+  // Answers that differ in any bit from grid-none-nd's, over the same points with the same caches.
+  std::size_t differ = 0;
+  {
+    if (kept.size != size || kept.index != 9 || !kept.manager) {
+      kept = built_manager{size, 9, std::make_unique<configure>(config_for(9, 2)), std::make_unique<space_manager>()};
+      kept.manager->initialize(*kept.config, b.layout);
+      logs->clear();
+    }
+    candidate_list_cache c1, c2;
+    compact_cache c;
+    const std::size_t n = std::min(options.verify, b.points.size());
+    for (std::size_t i = 0; i < n; ++i) {
+      const nearest_result p = (*kept.manager)->nearest(b.points[i], b.limits[i], c1, c2);
+      const nearest_result q = x.nearest(b.points[i], b.limits[i], c);
+      differ += p.block != q.block || std::memcmp(&p.distance, &q.distance, sizeof(double)) != 0 ||
+                std::memcmp(&p.reach, &q.reach, sizeof(double)) != 0;
+    }
+  }
+  compact_cache c;
+  std::size_t i = 0;
+  const std::size_t n = b.points.size();
+  for (auto _ : state) {
+    nearest_result r = x.nearest(b.points[i], b.limits[i], c);
+    benchmark::DoNotOptimize(r);
+    if (++i == n) i = 0;
+  }
+  state.counters["bad"] = double(check.bad);
+  state.counters["radius"] = check.share;
+  state.counters["differ"] = double(differ);
 }
 
 void bm_brute(benchmark::State& state, std::uint64_t size) {
@@ -673,6 +664,12 @@ void print_summary(const collecting_reporter& reporter) {
         if (b2 != nullptr) build2_by_pair[name][size] = b2->time;
       }
     }
+    const result* compact_q = find("query/compact/" + n);
+    const result* compact_b2 = find("build/compact/" + n + "/threads:2");
+    char held[48] = "";
+    if (compact_b2 != nullptr) std::snprintf(held, sizeof held, "  (holds %.1f MiB)", counter(compact_b2, "held_MiB"));
+    if (compact_q != nullptr || compact_b2 != nullptr)
+      row("compact", find("build/compact/" + n + "/threads:1"), compact_b2, compact_q, held);
     const result* embree_q = find("query/embree/" + n);
     row("embree-bvh", find("build/embree/" + n + "/threads:1"), find("build/embree/" + n + "/threads:2"), embree_q,
         "");
@@ -682,6 +679,14 @@ void print_summary(const collecting_reporter& reporter) {
       if (embree_q != nullptr) std::printf(" (Embree / fastest = %.2f)", embree_q->cpu / best_cpu);
       std::printf("\nautomatic choice: %s, %.1f ns/query (%.2f times the fastest)\n", auto_name.c_str(), auto_cpu,
                   auto_cpu / best_cpu);
+    }
+    if (compact_q != nullptr) {
+      const result* plain = find("query/grid-none-nd/" + n);
+      std::printf("compact index: %.1f ns/query, %.0f answers of %zu differing from grid-none-nd's", compact_q->cpu,
+                  counter(compact_q, "differ"), options.verify);
+      if (embree_q != nullptr) std::printf(" (Embree / compact = %.2f)", embree_q->cpu / compact_q->cpu);
+      if (plain != nullptr) std::printf(" (grid-none-nd / compact = %.2f)", plain->cpu / compact_q->cpu);
+      std::printf("\n");
     }
   }
   if (options.sizes.size() > 1) {
@@ -779,6 +784,19 @@ void register_all() {
       benchmark::RegisterBenchmark(("query/" + name + "/" + n).c_str(), bm_query, size, index)
           ->Repetitions(reps)
           ->ReportAggregatesOnly(reps > 1);
+      // The compact index right after the pair it copies, whose manager its query compares with.
+      if (index != 9) continue;
+      for (int threads : {1, 2})
+        benchmark::RegisterBenchmark(("build/compact/" + n + "/threads:" + std::to_string(threads)).c_str(),
+                                     bm_compact_build, size, threads)
+            ->Unit(benchmark::kMillisecond)
+            ->UseManualTime()
+            ->Iterations(1)
+            ->Repetitions(reps)
+            ->ReportAggregatesOnly(reps > 1);
+      benchmark::RegisterBenchmark(("query/compact/" + n).c_str(), bm_compact_query, size)
+          ->Repetitions(reps)
+          ->ReportAggregatesOnly(reps > 1);
     }
   }
 }
@@ -797,6 +815,7 @@ int main(int argc, char** argv) {
   benchmark::RunSpecifiedBenchmarks(&reporter);
   torva::print_summary(reporter);
   torva::kept = torva::built_manager{};
+  torva::kept_compact = torva::built_compact{};
   torva::current_layout.reset();
   benchmark::Shutdown();
   return 0;

@@ -197,7 +197,8 @@ TEST_F(cli, query_names_the_nearest_block_with_its_distance) {
 }
 
 TEST_F(cli, bench_times_every_pair_beside_brute_force) {
-  const outcome r = run_ok({"bench", mixed_layout("300"), "--queries", "3000", "--repeat", "1"});
+  const std::string mixed = mixed_layout("300");
+  const outcome r = run_ok({"bench", mixed, "--queries", "3000", "--repeat", "1"});
   EXPECT_THAT(r.out, HasSubstr("walk         3000 queries in "));
   const char* pairs[] = {"simple-simple", "octree-octree", "hybrid-hybrid", "simple-none",    "octree-none",
                          "hybrid-none",   "hybrid-simple", "hybrid-grid",   "hybrid-grid-nd", "grid-none-nd"};
@@ -206,7 +207,18 @@ TEST_F(cli, bench_times_every_pair_beside_brute_force) {
                          " +[0-9.]+ (ns|us|ms|s) +[0-9.]+ (B|KiB|MiB) +[0-9.]+ +[0-9.]+ +[0-9.]+x\\n");
     EXPECT_TRUE(std::regex_search(r.out, row)) << pairs[s] << "\n" << r.out;
   }
-  expect_usage_errors({{"bench", bus, "-q", "0"}});
+  // The compact index and Embree (where the program has it) on the same walk;
+  // --stream walk starts the walks about one net.
+  const std::string beside = " +[0-9.]+ (ns|us|ms|s) +[0-9.]+ (B|KiB|MiB) +[0-9.]+ +[0-9.]+ +[0-9.]+x\\n";
+  const outcome walk = run_ok({"bench", mixed, "-s", "9", "--stream", "walk", "--queries", "2000", "--repeat", "1"});
+  for (const std::string& out : {r.out, walk.out}) {
+    EXPECT_TRUE(std::regex_search(out, std::regex("\\n +-  compact" + beside))) << out;
+    EXPECT_TRUE(std::regex_search(out, std::regex("\\n +-  embree" + beside)) ||
+                out.find("embree              not built in") != std::string::npos)
+        << out;
+  }
+  EXPECT_THAT(walk.out, HasSubstr("stream       walks from a surface about net "));
+  expect_usage_errors({{"bench", bus, "-q", "0"}, {"bench", bus, "--stream", "sideways"}});
 }
 
 TEST_F(cli, convert_round_trips_refuses_to_overwrite_and_cleans_up_after_a_failed_read) {

@@ -1,11 +1,15 @@
 // torva bench LAYOUT: how fast each pair of search strategies answers the
-// queries of a random walk, against measuring every block.
+// queries of a random walk, against measuring every block; beside them the
+// compact index (the plain grid's answers, packed for the walk) and, where
+// the program was built with it, Embree's BVH point query.
 //
 // The walk is that of a floating random walk: from a point, ask the nearest
 // conductor, jump to a random point on the surface of the cube of that half
-// side, and stop near a conductor or at the wall. One walk sequence is made
-// with the first pair asked, then replayed on every pair, so that all meet the
-// same points in the same order (and so the same cache behaviour).
+// side, and stop near a conductor or at the wall. A walk starts anywhere in
+// the window, or (--stream walk) on a surface about one net, as the walks of
+// one extraction do. One walk sequence is made with the first pair asked,
+// then replayed on every structure, so that all meet the same points in the
+// same order (and so the same cache behaviour).
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -17,6 +21,11 @@
 #include "commands.h"
 #include "space_tools.h"
 #include "torva/geometry/distance.h"
+#include "torva/space/compact_index.h"
+
+#ifdef TORVA_EMBREE
+#include "embree_baseline.h"
+#endif
 
 namespace torva::cli {
 
@@ -30,6 +39,8 @@ struct bench_args {
   int repeat = 3;
   double budget = 2.0;  // seconds per pass
   std::uint64_t seed = 1;
+  std::string stream = "window";  // where walks start: anywhere in the window, or `walk`: about one net
+  std::string net;                // the net of --stream walk; empty: the middle one
   index_options o;
 };
 
@@ -54,7 +65,49 @@ struct walk_points {
   std::uint64_t walks = 0;
 };
 
-walk_points make_walk(const circuit_layout& layout, const space_manager& m, std::uint64_t count, std::uint64_t seed) {
+// The box of a net grown by half its gap to the nearest block of another net:
+// a surface on which one net's walks start.
+cuboid_t surface_about(const circuit_layout& layout, const wire_net& net) {
+  cuboid_t box = net.blocks.front()->outer_box;
+  for (const wire_block* b : net.blocks) {
+    box.lower = minimal(box.lower, b->outer_box.lower);
+    box.upper = maximal(box.upper, b->outer_box.upper);
+  }
+  double gap = 1e300;
+  for (const wire_block* b : layout.blocks) {
+    if (b->net == &net) continue;
+    double g = -1e300;
+    for (int k = 0; k < 3; ++k)
+      g = std::max({g, b->outer_box.lower[k].value - box.upper[k].value, box.lower[k].value - b->outer_box.upper[k].value});
+    if (g > 0) gap = std::min(gap, g);
+  }
+  const double grow = gap < 1e300 ? 0.5 * gap : 0.01;
+  for (int k = 0; k < 3; ++k) {
+    box.lower[k] = box.lower[k].value - grow;
+    box.upper[k] = box.upper[k].value + grow;
+  }
+  return box;
+}
+
+// A uniformly random point on the surface of the box.
+point3 on_surface(const cuboid_t& box, std::mt19937_64& rng) {
+  std::uniform_real_distribution<double> unit(0.0, 1.0);
+  double area[3];
+  for (int k = 0; k < 3; ++k) {
+    const int a = (k + 1) % 3, c = (k + 2) % 3;
+    area[k] = (box.upper[a].value - box.lower[a].value) * (box.upper[c].value - box.lower[c].value);
+  }
+  double pick = unit(rng) * (area[0] + area[1] + area[2]);
+  int axis = 0;
+  while (axis < 2 && pick > area[axis]) pick -= area[axis++];
+  point3 p;
+  for (int k = 0; k < 3; ++k) p[k] = box.lower[k].value + (box.upper[k].value - box.lower[k].value) * unit(rng);
+  p[axis] = unit(rng) < 0.5 ? box.lower[axis] : box.upper[axis];
+  return p;
+}
+
+walk_points make_walk(const circuit_layout& layout, const space_manager& m, std::uint64_t count, std::uint64_t seed,
+                      const cuboid_t* start_surface) {
   walk_points w;
   w.points.reserve(count);
   std::mt19937_64 rng(seed);
@@ -62,8 +115,9 @@ walk_points make_walk(const circuit_layout& layout, const space_manager& m, std:
   double longest = 0;
   for (int k = 0; k < 3; ++k) longest = std::max(longest, box.upper[k].value - box.lower[k].value);
   const double absorb = 1e-3 * longest;  // a walk ends this near a conductor
+  auto start = [&] { return start_surface != nullptr ? on_surface(*start_surface, rng) : random_point(layout, rng); };
   candidate_list_cache first, second;
-  point3 p = random_point(layout, rng);
+  point3 p = start();
   ++w.walks;
   while (w.points.size() < count) {
     w.points.push_back(p);
@@ -73,7 +127,7 @@ walk_points make_walk(const circuit_layout& layout, const space_manager& m, std:
     const bool absorbed = !(d > absorb);
     if (!absorbed) next = on_cube(p, d, rng);
     if (absorbed || !contains(box, next)) {
-      next = random_point(layout, rng);
+      next = start();
       ++w.walks;
     }
     p = next;
@@ -89,18 +143,19 @@ struct timing {
   std::size_t queries = 0;  // of the last pass
 };
 
-timing time_queries(const space_manager& m, const std::vector<point3>& points, int repeat, double budget) {
+template <class Ask>
+timing time_queries(const std::vector<point3>& points, int repeat, double budget, Ask&& ask_all) {
   timing best{1e300, 0};
   volatile double sink = 0;
   for (int r = 0; r < repeat; ++r) {
-    candidate_list_cache first, second;
     double sum = 0;
     std::size_t done = 0;
     const auto start = std::chrono::steady_clock::now();
     double s = 0;
+    auto ask = ask_all();  // fresh caches for the pass
     while (done < points.size()) {
       const std::size_t end = std::min(points.size(), done + 256);
-      for (; done < end; ++done) sum += m->nearest(points[done], 1e9, first, second).distance.value;
+      for (; done < end; ++done) sum += ask(points[done]);
       s = seconds_since(start);
       if (s > budget) break;
     }
@@ -109,6 +164,14 @@ timing time_queries(const space_manager& m, const std::vector<point3>& points, i
     if (ns < best.ns) best = {ns, done};
   }
   return best;
+}
+
+timing time_queries(const space_manager& m, const std::vector<point3>& points, int repeat, double budget) {
+  return time_queries(points, repeat, budget, [&m] {
+    return [&m, first = candidate_list_cache{}, second = candidate_list_cache{}](const point3& p) mutable {
+      return m->nearest(p, 1e9, first, second).distance.value;
+    };
+  });
 }
 
 double time_brute(const circuit_layout& layout, const std::vector<point3>& points) {
@@ -121,6 +184,48 @@ double time_brute(const circuit_layout& layout, const std::vector<point3>& point
   return s * 1e9 / double(points.size());
 }
 
+void print_row(const char* name, double seconds, std::uint64_t bytes, const timing& t, double brute,
+               std::size_t points) {
+  std::printf("%8s  %-18s  %10s  %10s  %12.1f  %14.1f  %7.1fx", "-", name, format_seconds(seconds).c_str(),
+              format_bytes(double(bytes)).c_str(), t.ns, brute, brute / t.ns);
+  if (t.queries < points) std::printf("  (first %zu queries, time budget)", t.queries);
+  std::printf("\n");
+  std::fflush(stdout);
+}
+
+// The compact index of the plain grid under the same settings, and Embree.
+void bench_baselines(const circuit_layout& layout, const bench_args& a, const std::vector<point3>& points,
+                     double brute) {
+  {
+    configure config = configure_for(a.o, 9);
+    const auto start = std::chrono::steady_clock::now();
+    const compact_index index = build_compact_index(config, layout);
+    const double seconds = seconds_since(start);
+    const std::uint64_t bytes = index.bytes();
+    const timing t = time_queries(points, a.repeat, a.budget, [&index] {
+      return [&index, cache = compact_cache{}](const point3& p) mutable {
+        return index.nearest(p, 1e9, cache).distance.value;
+      };
+    });
+    print_row("compact", seconds, bytes, t, brute, points.size());
+  }
+#ifdef TORVA_EMBREE
+  {
+    const std::uint64_t before = heap_in_use();
+    const auto start = std::chrono::steady_clock::now();
+    embree_index bvh;
+    bvh.build(layout.blocks, std::max(1, a.o.threads > 0 ? a.o.threads : layout.data.thread_num));
+    const double seconds = seconds_since(start);
+    const std::uint64_t after = heap_in_use();
+    const timing t = time_queries(points, a.repeat, a.budget,
+                                  [&bvh] { return [&bvh](const point3& p) { return bvh.nearest(p, 1e9); }; });
+    print_row("embree", seconds, after > before ? after - before : 0, t, brute, points.size());
+  }
+#else
+  std::printf("%8s  %-18s  not built in (Embree was not found when the program was built)\n", "-", "embree");
+#endif
+}
+
 int run_bench(const bench_args& a) {
   const std::vector<unsigned> list = strategies_of(a.strategy);
   const ready_layout ready = prepare_layout(a.path, a.o);
@@ -129,10 +234,23 @@ int run_bench(const bench_args& a) {
               layout.blocks.size(), int(layout.cuboid_size), int(layout.prism_size),
               format_seconds(ready.in.read_seconds).c_str());
 
+  cuboid_t surface;
+  if (a.stream == "walk") {
+    const auto& nets = layout.data.wire_nets;
+    const wire_net* net = nullptr;
+    for (const wire_net& n : nets)
+      if (!n.blocks.empty() && (a.net.empty() ? &n == &nets[nets.size() / 2] : n.name == a.net)) net = &n;
+    if (net == nullptr && a.net.empty())
+      for (const wire_net& n : nets)
+        if (!n.blocks.empty() && net == nullptr) net = &n;
+    if (net == nullptr) throw input_error(a.net.empty() ? "no net with blocks" : "no net named " + a.net + " with blocks");
+    surface = surface_about(layout, *net);
+    std::printf("stream       walks from a surface about net %s\n", net->name.c_str());
+  }
   walk_points walk;
   {
     const auto guide = build_index(layout, a.o, list.front(), true);
-    walk = make_walk(layout, guide->manager, a.queries, a.seed);
+    walk = make_walk(layout, guide->manager, a.queries, a.seed, a.stream == "walk" ? &surface : nullptr);
   }
   std::uint64_t brute_n = a.brute_queries;
   if (brute_n == 0) brute_n = std::max<std::uint64_t>(200, 20000000ull / layout.blocks.size());
@@ -160,6 +278,7 @@ int run_bench(const bench_args& a) {
     std::printf("\n");
     std::fflush(stdout);
   }
+  bench_baselines(layout, a, walk.points, brute);
   return exit_ok;
 }
 
@@ -184,6 +303,12 @@ command add_bench(CLI::App& app) {
       ->capture_default_str()
       ->check(CLI::PositiveNumber);
   sub->add_option("--seed", a->seed, "Seed of the walk")->capture_default_str();
+  sub->add_option("--stream", a->stream,
+                  "Where walks start: anywhere in the window, or walk: on a surface about one net, as the walks "
+                  "of one extraction")
+      ->capture_default_str()
+      ->check(CLI::IsMember({"window", "walk"}));
+  sub->add_option("--net", a->net, "The net of --stream walk (default: the middle net of the layout)");
   add_index_options(*sub, a->o, false);
   return {sub, [a] { return run_bench(*a); }, false,
           [a] { return run_files{{{"layout file", a->path}}, {}}; }};

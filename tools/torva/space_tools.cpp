@@ -54,10 +54,8 @@ std::uint64_t heap_in_use() {
   return m.uordblks + m.hblkhd;
 }
 
-std::unique_ptr<built_index> build_index(const circuit_layout& layout, const index_options& o, unsigned strategy,
-                                         bool show_progress) {
-  auto b = std::make_unique<built_index>();
-  configure& c = b->config;
+configure configure_for(const index_options& o, unsigned strategy) {
+  configure c;
   c.spacemgr_type = strategy;
   c.max_candidates = o.max_candidates;
   c.max_depth = o.max_depth;
@@ -67,6 +65,14 @@ std::unique_ptr<built_index> build_index(const circuit_layout& layout, const ind
   c.group_optimize = o.group_optimize;
   c.double_incline_ratio = o.double_incline_ratio;
   c.decrease_enabled = o.decrease;
+  return c;
+}
+
+std::unique_ptr<built_index> build_index(const circuit_layout& layout, const index_options& o, unsigned strategy,
+                                         bool show_progress) {
+  auto b = std::make_unique<built_index>();
+  b->config = configure_for(o, strategy);
+  configure& c = b->config;
   c.spacemgr_type = fit_search_to_budget(layout, c);  // may take the plain grid, or refuse
 
   take_info();

@@ -46,6 +46,9 @@ struct ready_layout {
 };
 ready_layout prepare_layout(const std::string& path, const index_options& o);
 
+// The configure of a pair of search strategies under these settings.
+configure configure_for(const index_options& o, unsigned strategy);
+
 // A built space manager; the configure lives beside it, as the manager keeps a
 // pointer to it. Not movable once built: held by unique_ptr.
 struct built_index {

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cmath>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <unordered_map>
@@ -21,6 +22,7 @@
 #include "torva/extract/internal/refuse.h"
 #include "torva/foundation/errors.h"
 #include "torva/foundation/logger.h"
+#include "torva/space/compact_index.h"
 #include "torva/space/layout_fields.h"
 #include "torva/space/space_manager.h"
 #include "torva/tables/table_database.h"
@@ -178,11 +180,21 @@ extract_result extract(circuit_layout& layout, const extract_options& options) {
     layout.space_margin = std::max(layout.space_margin, 0.1 * longest);
   }
   space_manager space;
-  space.initialize(config, layout);
+  std::unique_ptr<compact_index> compact;
+  if (internal::compact_search(options.spacemgr_type, config.spacemgr_type)) {
+    try {
+      compact = std::make_unique<compact_index>(build_compact_index(config, layout));
+      info("search: the compact index of grid-none-nd");
+    } catch (const std::length_error&) {
+      compact.reset();  // a cell or the overflow too large for it: the pair itself
+    }
+  }
+  if (!compact) space.initialize(config, layout);
 
   table_database::single_oct_face_group first;
   first.fill_first_table();
   setup.space = space.get();
+  setup.compact = compact.get();
   setup.window = data.window;
   setup.dirichlet = dirichlet;
   setup.critical = data.critical_box;

@@ -16,3 +16,4 @@
 #include "torva/space/base_grid.h"
 #include "torva/space/basic_grid_spacemgr.h"
 #include "torva/space/space_manager.h"
+#include "torva/space/compact_index.h"

@@ -23,6 +23,14 @@
 
 namespace torva::internal {
 
+// Whether the walk asks the compact index in place of the pair: where the
+// choice was left to the layout and fell on the plain grid, whose answers the
+// index gives bit for bit, with fewer loads from memory per query. A pair
+// named by the caller is built as it is.
+inline bool compact_search(int requested, std::uint32_t chosen) {
+  return (requested < 0 || requested == 10) && chosen == 9;
+}
+
 inline std::uint32_t choose_search(const circuit_layout& layout, int requested, bool allow_unsafe) {
   // One list serves small layouts; under a Neumann window it serves up to a
   // few thousand blocks, since the plain grid would hold walkers in its

@@ -19,6 +19,7 @@
 #include "torva/extract/internal/random.h"
 #include "torva/geometry/distance.h"
 #include "torva/layout/records.h"
+#include "torva/space/compact_index.h"
 #include "torva/space/space_manager_interface.h"
 
 namespace torva {
@@ -44,6 +45,7 @@ struct walk_end {
 
 struct walk_setup {
   const space_manager_interface* space = nullptr;
+  const compact_index* compact = nullptr;  // when set, answers in place of `space`: the plain grid's answers, faster
   cuboid_t window;
   bool dirichlet = true;
   double stop = 1e-4;                 // a walker this near a conductor or a grounded wall ends there
@@ -59,6 +61,7 @@ struct walk_setup {
 // A walker thread's own state: the caches of the search.
 struct walker_state {
   candidate_list_cache first, second;
+  compact_cache compact;
 };
 
 namespace internal {
@@ -122,7 +125,8 @@ inline double free_half_size(const walk_setup& s, const Medium& medium, const po
     limit = std::min(limit, wall);
   }
   if (!(limit < 1e300)) limit = 1e300;
-  const nearest_result r = s.space->nearest(p, limit, w.first, w.second);
+  const nearest_result r =
+      s.compact != nullptr ? s.compact->nearest(p, limit, w.compact) : s.space->nearest(p, limit, w.first, w.second);
   const double d = r.distance.value;
   if (r.block != nullptr && d <= s.stop) {
     ended = s.net_index.find(r.block->net)->second;

@@ -2,8 +2,9 @@
 #pragma once
 
 #include "torva/foundation/foundation.h"
-#include "torva/layout/layout.h"
+#include "torva/solids/solids.h"
 #include "torva/geometry/geometry.h"
+#include "torva/layout/layout.h"
 #include "torva/space/spacemgr.h"
 #include "torva/tables/tables.h"
 #include "torva/check/check.h"

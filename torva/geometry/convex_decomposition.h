@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "torva/foundation/point.h"
-#include "torva/layout/solids.h"
+#include "torva/solids/solids.h"
 
 namespace torva {
 

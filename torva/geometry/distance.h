@@ -14,7 +14,7 @@
 #include "torva/foundation/double_wrapper.h"
 #include "torva/foundation/point.h"
 #include "torva/geometry/cube.h"
-#include "torva/layout/solids.h"
+#include "torva/solids/solids.h"
 
 namespace torva {
 

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "torva/geometry/planes.h"
-#include "torva/layout/solids.h"
+#include "torva/solids/solids.h"
 
 namespace torva {
 

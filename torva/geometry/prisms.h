@@ -3,7 +3,7 @@
 #pragma once
 
 #include "torva/foundation/double_wrapper.h"
-#include "torva/layout/solids.h"
+#include "torva/solids/solids.h"
 
 namespace torva {
 

@@ -67,7 +67,7 @@
 #include "torva/foundation/double_wrapper.h"
 #include "torva/foundation/writer.h"
 #include "torva/layout/records.h"
-#include "torva/layout/solids.h"
+#include "torva/solids/solids.h"
 
 namespace torva {
 

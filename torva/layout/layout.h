@@ -2,7 +2,7 @@
 #pragma once
 
 #include "torva/layout/records.h"
-#include "torva/layout/solids.h"
+#include "torva/solids/solids.h"
 #include "torva/layout/cap3d_parser.h"
 #include "torva/layout/binary_writer.h"
 #include "torva/layout/generator.h"

@@ -22,7 +22,7 @@
 #include <vector>
 
 #include "torva/foundation/double_wrapper.h"
-#include "torva/layout/solids.h"
+#include "torva/solids/solids.h"
 
 namespace torva {
 

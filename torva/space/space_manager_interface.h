@@ -6,7 +6,7 @@
 
 #include "torva/foundation/double_wrapper.h"
 #include "torva/foundation/point.h"
-#include "torva/layout/solids.h"
+#include "torva/solids/solids.h"
 #include "torva/space/candidate_list_cache.h"
 
 namespace torva {

@@ -17,7 +17,7 @@
 #include <thread>
 #include <vector>
 
-#include "torva/layout/solids.h"
+#include "torva/solids/solids.h"
 
 namespace torva::internal {
 

@@ -1,7 +1,7 @@
 // The shapes a reader makes of its solids, shared by the text and binary forms.
 #pragma once
 
-#include "torva/layout/solids.h"
+#include "torva/solids/solids.h"
 
 namespace torva::internal {
 

@@ -1,5 +1,7 @@
-// The three simple solids every conductor and dielectric is held as, and the
-// shape record that carries one of them with its boxes.
+// The solid records every conductor and dielectric is held as: the three
+// simple solids, the prism of many vertices a reader takes in, and the shape
+// record that carries one of them with its boxes. The floor the geometry and
+// the layout both stand on.
 #pragma once
 
 #include <cstdint>

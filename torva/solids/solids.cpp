@@ -1,4 +1,4 @@
-#include "torva/layout/solids.h"
+#include "torva/solids/solids.h"
 
 #include <sys/mman.h>
 

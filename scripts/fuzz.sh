@@ -1,27 +1,26 @@
 #!/usr/bin/env bash
-# Builds the fuzzing harnesses with clang's libFuzzer (and the address and
-# undefined-behaviour sanitizers) and runs each for FUZZ_SECONDS (default 60),
-# starting from the seeds in fuzz/corpus/<harness>. An input that finds a
+# Builds the fuzzing harnesses (scripts/fuzz-build.sh) and runs each for
+# FUZZ_SECONDS (default 60), starting from the seeds in fuzz/corpus/<harness>
+# and with the flags in fuzz/options/<harness>, if any. An input that finds a
 # fault is left in build-fuzz/artifacts/ and the script fails: add it to
-# fuzz/regressions/<harness>/ with the fix.
+# fuzz/regressions/<harness>/ with the fix. scripts/fuzz-long.sh runs them
+# for millions of executions instead.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-TORVA_EXTRA_PACKAGES="clang libclang-rt-14-dev" scripts/setup-deps.sh
+scripts/fuzz-build.sh
 build=${FUZZ_BUILD_DIR:-build-fuzz}
 seconds=${FUZZ_SECONDS:-60}
-CXX=clang++ cmake -S . -B "$build" -G Ninja -DTORVA_BUILD_FUZZERS=ON -DTORVA_BUILD_TESTS=OFF \
-  -DTORVA_BUILD_BENCH=OFF -DTORVA_BUILD_TOOLS=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build "$build" -j"$(nproc)"
 mkdir -p "$build/artifacts"
 status=0
 for fuzzer in "$build"/*_fuzz; do
   name=$(basename "$fuzzer" _fuzz)
   corpus="$build/corpus/$name"
   mkdir -p "$corpus"
+  read -r -a options <<<"$(grep -hv '^#' "fuzz/options/$name" 2>/dev/null | tr '\n' ' ')"
   echo "== fuzzing $name for ${seconds}s"
   if ! "$fuzzer" "$corpus" "fuzz/corpus/$name" -max_total_time="$seconds" -max_len=4096 \
       -rss_limit_mb=3072 -timeout=10 -print_final_stats=1 -artifact_prefix="$build/artifacts/$name-" \
-      >"$build/$name.log" 2>&1; then
+      "${options[@]}" >"$build/$name.log" 2>&1; then
     status=1
     echo "FAULT in $name:"
     grep -E "ERROR|SUMMARY|Test unit written" "$build/$name.log" | head -20

@@ -41,14 +41,18 @@ inline void quiet_logger() {
   (void)done;
 }
 
-// One scratch file per process (fuzzers of several processes may run at once).
+// One scratch file per process (fuzzers of several processes may run at once),
+// removed when the process ends normally.
 inline const std::string& scratch_path() {
   static const std::string path = [] {
-    // Memory-backed by default: a run makes tens of thousands of these files.
+    // Memory-backed by default: a run rewrites it for every input.
     const char* dir = std::getenv("TMPDIR");
     std::string base = dir && *dir ? dir : (access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp");
     return base + "/torva_fuzz_" + std::to_string(getpid());
   }();
+  // Registered once the path stands, so that it runs before the path goes.
+  static const bool removed_at_exit = [] { return std::atexit([] { std::remove(path.c_str()); }) == 0; }();
+  (void)removed_at_exit;
   return path;
 }
 

@@ -4,6 +4,7 @@
 #include "torva/layout/cap3d_parser.h"
 
 #include <array>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
@@ -20,7 +21,7 @@ namespace torva {
 namespace {
 
 // One chunk of text: a read takes one byte less so that a NUL always ends it.
-constexpr int chunk_size = 0x100000;
+constexpr std::size_t full_chunk = 0x100000;
 
 // The tags after which a chunk may be walked. "</plate_medium>",
 // "</capacitance>" and "</coord>" are not among them.
@@ -85,14 +86,22 @@ bool Cap3dParser::parse(std::string file, std::string dump_file) {
     out.flush();
     return false;
   }
+  return parseStream(in, file, dump_file, SIZE_MAX);
+}
 
+bool Cap3dParser::parseStream(std::istream& in, [[maybe_unused]] const std::string& file, const std::string& dump_file,
+                              std::size_t input_size) {
   char head[16] = {};
   in.read(head, static_cast<std::streamsize>(BIN_FLAG.size()));
   is_binary = BIN_FLAG == head;  // the bytes up to the first NUL
   parse_ok = false;
 
   // The chunk lives on the heap, once per parse: 1 MiB would not fit the stack
-  // of a thread with a small one. Words are pointers into it.
+  // of a thread with a small one. Words are pointers into it. An input of
+  // known size smaller than that gets a chunk that still asks for more than
+  // it holds, so that its first read ends the input just as the full one does
+  // (a read that asks for nothing would never see the end).
+  const std::size_t chunk_size = input_size < full_chunk - 2 ? input_size + 2 : full_chunk;
   std::unique_ptr<char[]> chunk(new char[chunk_size]);
   char* const buffer = chunk.get();
 
@@ -147,7 +156,6 @@ bool Cap3dParser::parse(std::string file, std::string dump_file) {
     }
     if (in.eof() || !in) break;  // end of file, or a stream that can't be read
   }
-  in.close();
 
   if (parse_ok && (state & in_cap3d)) {
     sea::writer& out = *logger::instance().error;

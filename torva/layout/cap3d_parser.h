@@ -93,6 +93,11 @@ class Cap3dParser {
   // the text form of a binary file as it is read; it is ignored for text.
   bool parse(std::string file, std::string dump_file);
 
+  // Reads `size` bytes held in memory as parse reads a file of those bytes:
+  // the same records, the same messages and the same answer, with no file
+  // between (cap3d_parser_bytes.cpp).
+  bool parseBytes(const char* data, std::size_t size, std::string dump_file);
+
   // Empties `words`, sets `comment_state` and `state` to 0.
   void init();
 
@@ -188,6 +193,10 @@ class Cap3dParser {
   void closeConductor();
   void closeMedium();
   void addPending(shape_t shape, double side_tan, const std::string& name, short layer);
+
+  // parse behind the opening of its stream: `file` is the path read, empty
+  // for bytes in memory; `input_size` what the stream holds, SIZE_MAX if not known.
+  bool parseStream(std::istream& in, const std::string& file, const std::string& dump_file, std::size_t input_size);
 
   // Positions behind each word found by the latest scan, kept between chunks
   // so that the list is not allocated for every chunk.

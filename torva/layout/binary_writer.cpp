@@ -1,3 +1,6 @@
+// The binary writer: everything that can't be written is refused before a
+// byte is, then the records go out in the file's order
+// (internal/binary_record_writer.h makes each); and the file functions.
 #include "torva/layout/binary_writer.h"
 
 #include <algorithm>
@@ -5,37 +8,33 @@
 #include <cstdio>
 #include <cstring>
 #include <string_view>
-#include <unordered_set>
 #include <vector>
 
 #include "torva/foundation/errors.h"
 #include "torva/foundation/logger.h"
 #include "torva/layout/cap3d_parser.h"
 #include "torva/layout/internal/binary_fields.h"
+#include "torva/layout/internal/binary_record_writer.h"
 
 namespace torva {
 
 namespace {
 
-// Record types of the format.
-enum : unsigned char {
-  note_record = 0,
-  plate_medium_record = 1,
-  layer_record = 2,
-  window_record = 3,
-  parameter_record = 4,
-  task_record = 5,
-  medium_begin_record = 6,
-  medium_end_record = 7,
-  conductor_begin_record = 8,
-  conductor_end_record = 9,
-  block_record = 10,
-  polygon_record = 11,
-};
+using internal::record_writer;
+using internal::write_layers;
+using internal::write_net_mark;
+using internal::write_parameters;
+using internal::write_plate;
+using internal::write_solid;
+using internal::note_record;
+using internal::window_record;
+using internal::task_record;
+using internal::medium_begin_record;
+using internal::medium_end_record;
+using internal::conductor_begin_record;
+using internal::conductor_end_record;
 
-constexpr std::size_t max_record = 32767;
 constexpr std::size_t max_file_name = 127;  // the length byte of a parameter name is signed
-constexpr double equal_area_half_side = 0.886226925452759;
 
 [[noreturn]] void refuse(std::string_view why, std::string_view what) {
   sea::writer& out = *logger::instance().error;
@@ -81,199 +80,6 @@ void check_layout(const circuit_layout::raw& layout, const binary_write_options&
     check_name(layout.log_file, max_file_name);
     check_name(layout.out_file, max_file_name);
   }
-}
-
-// Builds one record at a time and writes it whole.
-class record_writer {
- public:
-  record_writer(sea::writer& out, bool swapped, binary_write_summary& summary)
-      : out_(out), swapped_(swapped), summary_(summary) {
-    record_.reserve(256);
-  }
-
-  void header() {
-    out_.write(Cap3dParser::BIN_FLAG.data(), Cap3dParser::BIN_FLAG.size());
-    out_.write(swapped_ ? '\1' : '\0');
-    summary_.bytes += Cap3dParser::BIN_FLAG.size() + 1;
-  }
-
-  void begin(unsigned char type) {
-    record_.assign(2, '\0');
-    record_.push_back(static_cast<char>(type));
-  }
-
-  void u8(unsigned char v) { record_.push_back(static_cast<char>(v)); }
-  void i16(std::int16_t v) {
-    std::uint16_t bits = static_cast<std::uint16_t>(v);
-    if (swapped_) bits = __builtin_bswap16(bits);
-    raw(&bits, sizeof bits);
-  }
-  void i32(std::int32_t v) {
-    std::uint32_t bits = static_cast<std::uint32_t>(v);
-    if (swapped_) bits = __builtin_bswap32(bits);
-    raw(&bits, sizeof bits);
-  }
-  void f32(float v) { raw(&v, sizeof v); }
-  void f64(double v) { raw(&v, sizeof v); }
-  void text(const std::string& s) { record_.append(s); }
-
-  void end() {
-    // Names are checked, so no record comes near the limit.
-    std::int16_t length = static_cast<std::int16_t>(std::min(record_.size(), max_record));
-    std::uint16_t bits = static_cast<std::uint16_t>(length);
-    if (swapped_) bits = __builtin_bswap16(bits);
-    std::memcpy(record_.data(), &bits, sizeof bits);
-    out_.write(record_.data(), record_.size());
-    ++summary_.records;
-    summary_.bytes += record_.size();
-  }
-
- private:
-  void raw(const void* p, std::size_t n) { record_.append(static_cast<const char*>(p), n); }
-
-  sea::writer& out_;
-  bool swapped_;
-  binary_write_summary& summary_;
-  std::string record_;
-};
-
-void write_solid(record_writer& w, const shape_t& shape, const std::string& name, short layer,
-                 binary_write_summary& summary) {
-  if (shape.shape_kind == shape_prism) {
-    const nprism_t& p = shape.prism();
-    w.begin(polygon_record);
-    w.f64(p.bottom.value);
-    w.f64(p.top.value - p.bottom.value);
-    w.u8(static_cast<unsigned char>(p.size));
-    for (std::uint64_t k = 0; k < p.size; ++k) {
-      w.f64(p.points[k][0].value);
-      w.f64(p.points[k][1].value);
-    }
-  } else {
-    point3 low;
-    point3 high;
-    if (shape.shape_kind == shape_cylinder) {
-      // No cylinder in this form: the square of equal area stands for it.
-      const cylinder_t& c = shape.cylinder();
-      const double d = c.radius.value * equal_area_half_side;
-      const double h = c.half_height.value;
-      low = point3{c.center[0] - d, c.center[1] - d, c.center[2] - h};
-      high = point3{c.center[0] + d, c.center[1] + d, c.center[2] + h};
-      ++summary.cylinders_as_cuboids;
-    } else {
-      low = shape.cuboid().lower;
-      high = shape.cuboid().upper;
-    }
-    w.begin(block_record);
-    for (int c = 0; c < 3; ++c) w.f64(low[c].value);
-    for (int c = 0; c < 3; ++c) w.f64(high[c].value - low[c].value);
-  }
-  w.i16(layer);
-  w.text(name);
-  w.end();
-}
-
-int layer_type_code(const std::string& word) {
-  static const char* const words[] = {"dielectric", "interconnect", "via", "substrate"};
-  for (int k = 0; k < 4; ++k)
-    if (word == words[k]) return k;
-  return -1;
-}
-
-void write_layers(record_writer& w, const circuit_layout::raw& layout) {
-  struct layer {
-    short id;
-    std::string name;
-    int type;
-    double wmin = -1.0;
-  };
-  std::vector<layer> records;
-  std::unordered_set<std::string> typed;
-  auto type_of = [&](const std::string& name) {
-    const auto found = layout.layer_types.find(name);
-    return found == layout.layer_types.end() ? -1 : layer_type_code(found->second);
-  };
-  for (const auto& [id, name] : layout.layer_names) {
-    const int type = type_of(name);
-    records.push_back(layer{id, name, type});
-    if (type >= 0) typed.insert(name);
-  }
-  // The reader keeps the first name of an id, so a further record under an id
-  // already written adds its type and its wmin and nothing else.
-  const short spare = layout.layer_names.empty() ? short(-1) : layout.layer_names.begin()->first;
-  std::vector<std::string> untyped;
-  for (const auto& [name, word] : layout.layer_types)
-    if (!typed.count(name) && layer_type_code(word) >= 0) untyped.push_back(name);
-  std::sort(untyped.begin(), untyped.end());
-  for (const std::string& name : untyped) records.push_back(layer{spare, name, type_of(name)});
-  for (std::size_t k = 0; k < layout.layer_wmins.size(); ++k) {
-    if (k == records.size()) records.push_back(layer{spare, std::string(), -1});
-    records[k].wmin = layout.layer_wmins[k].value;
-  }
-
-  for (const layer& l : records) {
-    w.begin(layer_record);
-    w.i16(l.id);
-    w.u8(l.type < 0 ? 255 : static_cast<unsigned char>(l.type));
-    w.u8(0);  // flat: none
-    w.f64(l.wmin);
-    w.f64(0.0);  // thickness: none
-    w.text(l.name);
-    w.end();
-  }
-}
-
-void write_parameters(record_writer& w, const circuit_layout::raw& layout) {
-  w.begin(parameter_record);
-  const double floats[] = {layout.c_ratio,           layout.b_ratio,           layout.b_net_ratio,
-                           layout.self_precision,    layout.coupling_precision, layout.blk_self_precision,
-                           layout.blk_coupling_precision};
-  for (int k = 0; k < 7; ++k) {
-    w.u8(static_cast<unsigned char>(k + 1));
-    w.f32(static_cast<float>(floats[k]));
-  }
-  w.u8(8);
-  w.i32(layout.seed);
-  w.u8(9);
-  w.i16(static_cast<std::int16_t>(layout.thread_num));
-  w.u8(10);
-  w.u8(static_cast<unsigned char>(static_cast<signed char>(layout.spice)));
-  w.u8(11);
-  w.u8(static_cast<unsigned char>(static_cast<signed char>(layout.walk_type)));
-  // An empty file name is left out: it would change nothing a client keeps,
-  // and the text dump of an empty one does not read back.
-  const std::pair<unsigned char, const std::string*> files[] = {{12, &layout.log_file}, {13, &layout.out_file}};
-  for (const auto& [id, name] : files) {
-    if (name->empty()) continue;
-    w.u8(id);
-    w.u8(static_cast<unsigned char>(name->size()));
-    w.text(*name);
-  }
-  w.u8(14);
-  w.f32(static_cast<float>(layout.outmincap));
-  w.end();
-}
-
-void write_plate(record_writer& w, const circuit_layout::plate_medium& plate) {
-  w.begin(plate_medium_record);
-  w.f64(plate.z_top.value);
-  w.f32(static_cast<float>(plate.diel.value));
-  w.text(plate.name);
-  w.end();
-}
-
-void write_net_mark(record_writer& w, unsigned char type, float diel, const std::string& name) {
-  w.begin(type);
-  w.f32(diel);
-  w.text(name);
-  w.end();
-}
-
-void write_net_mark(record_writer& w, unsigned char type, bool floating, const std::string& name) {
-  w.begin(type);
-  w.u8(floating ? 1 : 0);
-  w.text(name);
-  w.end();
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Bounds shared by the record readers of the binary form.
+// Bounds and the syntax error shared by the record readers of the binary form.
 #pragma once
 
 namespace torva::internal {
@@ -12,5 +12,9 @@ inline constexpr int binary_name_area = 1024;
 inline bool binary_payload_fits(short payload_size, int fixed) noexcept {
   return payload_size >= fixed && payload_size - fixed < binary_name_area;
 }
+
+// Writes "ERROR: Syntax error in cap3d file." on logger::error; false, for the
+// reader to return.
+bool binary_syntax_error();
 
 }  // namespace torva::internal

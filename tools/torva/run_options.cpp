@@ -1,0 +1,10 @@
+#include "run_options.h"
+
+namespace torva::cli {
+
+run_options& options() {
+  static run_options o;
+  return o;
+}
+
+}  // namespace torva::cli

@@ -30,5 +30,6 @@ command add_query(CLI::App& app);
 command add_bench(CLI::App& app);
 command add_tables(CLI::App& app);
 command add_extract(CLI::App& app);
+command add_import(CLI::App& app);
 
 }  // namespace torva::cli

@@ -295,6 +295,29 @@ TEST_F(cell_test, TheWrittenFormsReadBackAsTheSameLayout) {
   }
 }
 
+TEST_F(cell_test, OddOutlinesKeepTheirArea) {
+  w.begin_cell("TOP");
+  // A frame drawn as one keyhole outline (GDS has no holes): 6 x 6 less 4 x 4.
+  w.boundary(met1, drawing, {{0, 0}, {6000, 0}, {6000, 6000}, {1000, 6000}, {1000, 5000}, {5000, 5000},
+                             {5000, 1000}, {1000, 1000}, {1000, 6000}, {0, 6000}});
+  // An octagon with an octagonal hole, on met2: two outlines, the hole drawn over by none.
+  const std::vector<testing::gds_xy> outer{{2000, 0}, {4000, 0}, {6000, 2000}, {6000, 4000},
+                                           {4000, 6000}, {2000, 6000}, {0, 4000}, {0, 2000}};
+  w.boundary(met2, drawing, {{2000, 0}, {4000, 0}, {6000, 2000}, {6000, 4000}, {4000, 6000}, {2000, 6000},
+                             {0, 4000}, {0, 2000}, {2000, 0}, {2500, 1500}, {1500, 2500}, {1500, 3500}, {2500, 4500},
+                             {3500, 4500}, {4500, 3500}, {4500, 2500}, {3500, 1500}, {2500, 1500}});
+  // A bow tie on met3 (its two lobes of 1 um^2 each) and a sliver of no area.
+  w.boundary(met3, drawing, {{0, 0}, {2000, 2000}, {2000, 0}, {0, 2000}});
+  w.boundary(met3, drawing, {{5000, 0}, {6000, 0}, {7000, 0}});
+  w.end_cell();
+  const import_result r = import();
+  EXPECT_NEAR(layer_volume(*r.layout, layer_id("met1")), 20 * thickness("met1"), 1e-9);
+  // Octagon 36 - 4 x 2 = 28; its hole 3 x 3 less four corners of 0.5: 7.
+  EXPECT_NEAR(layer_volume(*r.layout, layer_id("met2")), 21 * thickness("met2"), 1e-9);
+  EXPECT_NEAR(layer_volume(*r.layout, layer_id("met3")), 2 * thickness("met3"), 1e-9);
+  EXPECT_EQ(net_named(r.report, "met1_0_0")->blocks, 4u);  // the frame: four bars
+}
+
 TEST_F(cell_test, NetsAskedForMustExist) {
   w.begin_cell("TOP").rectangle(met1, drawing, 0, 0, 1000, 1000).text(met1, label, {500, 500}, "in").end_cell();
   import_options o;

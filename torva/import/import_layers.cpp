@@ -58,6 +58,8 @@ class pair_regions {
     auto it = cache_.find(p);
     if (it != cache_.end()) return it->second;
     region& r = cache_[p];
+    region turned;
+    std::vector<gds_point> backwards;
     if (const gds_polygons* polys = cell_.find(gds_layer{p.layer, p.datatype})) {
       for (std::size_t i = 0; i < polys->size(); ++i) {
         const auto ring = polys->polygon(i);
@@ -67,9 +69,18 @@ class pair_regions {
                         format_um(um_(double(q.x))) + ", " + format_um(um_(double(q.y))) + ") um, beyond the " +
                         format_um(um_(double(coordinate_limit))) +
                         " um from the origin that the import takes");
-        if (ring.size() >= 3) r.add(ring);
+        if (ring.size() < 3) continue;
+        r.add(ring);
+        // A ring that crosses itself is filled wherever it winds, either
+        // way: Boost.Polygon keeps what winds anticlockwise, so the ring
+        // turned round gives the rest. A rectangle cannot cross itself.
+        if (ring.size() > 4 || !is_manhattan(ring)) {
+          backwards.assign(ring.rbegin(), ring.rend());
+          turned.add(backwards);
+        }
       }
     }
+    if (!turned.empty()) unite(r, turned);
     return r;
   }
 

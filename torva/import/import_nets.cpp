@@ -1,6 +1,7 @@
 // Nets of a cell: pieces joined where they meet and through vias, named by
 // the cell's labels or by where they lie.
 #include <algorithm>
+#include <cstdlib>
 #include <map>
 #include <numeric>
 #include <set>
@@ -124,25 +125,25 @@ void connect_nets(const gds_flat_cell& cell, const process_stack& stack, chip_pl
   }
   std::vector<std::vector<std::uint32_t>> label_nodes(cell.labels.size());
   for (std::size_t c = 0; c < stack.conductors.size(); ++c) {
-    std::vector<std::pair<std::int64_t, std::size_t>> by_x;  // (x, label)
+    std::vector<std::size_t> here;
     for (std::size_t l = 0; l < cell.labels.size(); ++l) {
       const gds_label& label = cell.labels[l];
       auto it = naming.find(gds_pair{label.key.layer, label.key.datatype});
       if (it != naming.end() && std::find(it->second.begin(), it->second.end(), c) != it->second.end())
-        by_x.emplace_back(label.at.x, l);
+        here.push_back(l);
     }
-    if (by_x.empty()) continue;
-    std::sort(by_x.begin(), by_x.end());
     const piece_store& s = plan.conductors[c];
-    for (std::size_t i = 0; i < s.size(); ++i) {
-      const grid_rect& b = s.pieces[i].box;
-      auto it = std::lower_bound(by_x.begin(), by_x.end(), std::make_pair(std::int64_t(gtl::xl(b)), std::size_t(0)));
-      for (; it != by_x.end() && it->first <= gtl::xh(b); ++it) {
-        const gds_point p = cell.labels[it->second].at;
-        if (p.y < gtl::yl(b) || p.y > gtl::yh(b)) continue;
-        if (!s.is_rectangle(i) && !gtl::contains(s.polygon_of(i), grid_point(int(p.x), int(p.y)), true)) continue;
-        label_nodes[it->second].push_back(first_of_layer[c] + std::uint32_t(i));
-      }
+    if (here.empty() || s.size() == 0) continue;
+    const std::vector<grid_rect> boxes = piece_boxes(s);
+    const box_index index(boxes);
+    for (std::size_t l : here) {
+      const gds_point p = cell.labels[l].at;
+      if (std::abs(p.x) > coordinate_limit || std::abs(p.y) > coordinate_limit) continue;
+      const grid_point q(int(p.x), int(p.y));
+      index.near(grid_rect(q.x(), q.y(), q.x(), q.y()), [&](std::uint32_t i) {
+        if (s.is_rectangle(i) || gtl::contains(s.polygon_of(i), q, true))
+          label_nodes[l].push_back(first_of_layer[c] + i);
+      });
     }
   }
 

@@ -1,6 +1,7 @@
 #include "torva/import/internal/region.h"
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 #include "torva/geometry/convex_decomposition.h"
@@ -272,49 +273,86 @@ std::vector<std::pair<std::uint32_t, std::uint32_t>> point_contacts(const piece_
   return out;
 }
 
+box_index::box_index(const std::vector<grid_rect>& boxes) : boxes_(boxes) {
+  if (boxes.empty()) return;
+  grid_rect all = boxes.front();
+  for (const grid_rect& b : boxes) gtl::encompass(all, b);
+  const long long w = (long long)gtl::xh(all) - gtl::xl(all) + 1, h = (long long)gtl::yh(all) - gtl::yl(all) + 1;
+  origin_[0] = gtl::xl(all), origin_[1] = gtl::yl(all);
+  // About one bucket per box, but no smaller than the boxes are on average.
+  double mean = 0;
+  for (const grid_rect& b : boxes) mean += double(std::max(gtl::xh(b) - gtl::xl(b), gtl::yh(b) - gtl::yl(b)));
+  mean /= double(boxes.size());
+  const double side = std::max({std::sqrt(double(w) * double(h) / double(boxes.size())), mean, 1.0,
+                                double(std::max(w, h)) / 4096.0});
+  size_ = (long long)std::ceil(side);
+  n_[0] = int((w + size_ - 1) / size_), n_[1] = int((h + size_ - 1) / size_);
+  const std::size_t cells = std::size_t(n_[0]) * std::size_t(n_[1]);
+  start_.assign(cells + 1, 0);
+  auto each_bucket = [&](const grid_rect& b, auto&& f) {
+    for (int cy = bucket(gtl::yl(b), 1); cy <= bucket(gtl::yh(b), 1); ++cy)
+      for (int cx = bucket(gtl::xl(b), 0); cx <= bucket(gtl::xh(b), 0); ++cx)
+        f(std::size_t(cy) * std::size_t(n_[0]) + std::size_t(cx));
+  };
+  for (const grid_rect& b : boxes) each_bucket(b, [&](std::size_t c) { ++start_[c + 1]; });
+  for (std::size_t c = 0; c < cells; ++c) start_[c + 1] += start_[c];
+  items_.resize(start_[cells]);
+  std::vector<std::size_t> fill(start_.begin(), start_.end() - 1);
+  for (std::uint32_t i = 0; i < boxes.size(); ++i) each_bucket(boxes[i], [&](std::size_t c) { items_[fill[c]++] = i; });
+}
+
+std::vector<grid_rect> piece_boxes(const piece_store& s) {
+  std::vector<grid_rect> out;
+  out.reserve(s.size());
+  for (const auto& p : s.pieces) out.push_back(p.box);
+  return out;
+}
+
+namespace {
+
+void piece_rectangles(const piece_store& s, std::size_t i, std::vector<grid_rect>& out) {
+  out.clear();
+  if (s.is_rectangle(i)) {
+    out.push_back(s.pieces[i].box);
+    return;
+  }
+  set_90 one;
+  one.insert(s.polygon_90_of(i));
+  one.get_rectangles(out);
+}
+
+}  // namespace
+
+bool pieces_meet(const piece_store& a, std::size_t i, const piece_store& b, std::size_t j) {
+  if (!gtl::intersects(a.pieces[i].box, b.pieces[j].box, true)) return false;
+  if (a.is_rectangle(i) && b.is_rectangle(j)) return true;
+  if (a.pieces[i].manhattan && b.pieces[j].manhattan) {
+    // Closed Manhattan shapes meet where two of their rectangles do.
+    std::vector<grid_rect> ra, rb;
+    piece_rectangles(a, i, ra);
+    piece_rectangles(b, j, rb);
+    for (const grid_rect& x : ra)
+      for (const grid_rect& y : rb)
+        if (gtl::intersects(x, y, true)) return true;
+    return false;
+  }
+  gtl::connectivity_extraction<int> ce;
+  ce.insert(a.polygon_of(i));
+  ce.insert(b.polygon_of(j));
+  std::vector<std::set<int>> graph(2);
+  ce.extract(graph);
+  return graph[0].count(1) != 0;
+}
+
 std::vector<std::pair<std::uint32_t, std::uint32_t>> contacts_between(const piece_store& a, const piece_store& b) {
   std::vector<std::pair<std::uint32_t, std::uint32_t>> out;
   if (a.size() == 0 || b.size() == 0) return out;
-  // Only the pieces of b within reach of some piece of a take part: the
-  // boxes of a, sorted by their left side, are swept against each piece of b.
-  std::vector<std::uint32_t> order(a.size());
-  for (std::uint32_t i = 0; i < order.size(); ++i) order[i] = i;
-  std::sort(order.begin(), order.end(), [&](std::uint32_t i, std::uint32_t j) {
-    return gtl::xl(a.pieces[i].box) < gtl::xl(a.pieces[j].box);
-  });
-  int widest = 0;
-  for (const auto& p : a.pieces) widest = std::max(widest, gtl::xh(p.box) - gtl::xl(p.box));
-  std::vector<std::uint32_t> near_b;
-  for (std::uint32_t j = 0; j < b.size(); ++j) {
-    const grid_rect& bb = b.pieces[j].box;
-    // Pieces of a whose left side lies in [xl(bb) - widest, xh(bb)].
-    auto first = std::lower_bound(order.begin(), order.end(), gtl::xl(bb) - widest,
-                                  [&](std::uint32_t i, int x) { return gtl::xl(a.pieces[i].box) < x; });
-    for (auto it = first; it != order.end() && gtl::xl(a.pieces[*it].box) <= gtl::xh(bb); ++it)
-      if (gtl::intersects(a.pieces[*it].box, bb, true)) {
-        near_b.push_back(j);
-        break;
-      }
-  }
-  if (near_b.empty()) return out;
-  const bool manhattan = std::all_of(a.pieces.begin(), a.pieces.end(), [](const auto& p) { return p.manhattan; }) &&
-                         std::all_of(near_b.begin(), near_b.end(), [&](std::uint32_t j) { return b.pieces[j].manhattan; });
-  const std::size_t n = a.size() + near_b.size();
-  std::vector<std::set<int>> graph(n);
-  if (manhattan) {
-    gtl::connectivity_extraction_90<int> ce;
-    for (std::size_t i = 0; i < a.size(); ++i) ce.insert(a.polygon_90_of(i));
-    for (std::uint32_t j : near_b) ce.insert(b.polygon_90_of(j));
-    ce.extract(graph);
-  } else {
-    gtl::connectivity_extraction<int> ce;
-    for (std::size_t i = 0; i < a.size(); ++i) ce.insert(a.polygon_of(i));
-    for (std::uint32_t j : near_b) ce.insert(b.polygon_of(j));
-    ce.extract(graph);
-  }
-  for (std::size_t i = 0; i < a.size(); ++i)
-    for (int k : graph[i])
-      if (std::size_t(k) >= a.size()) out.emplace_back(std::uint32_t(i), near_b[std::size_t(k) - a.size()]);
+  const std::vector<grid_rect> boxes = piece_boxes(b);
+  const box_index index(boxes);
+  for (std::uint32_t i = 0; i < a.size(); ++i)
+    index.near(a.pieces[i].box, [&](std::uint32_t j) {
+      if (pieces_meet(a, i, b, j)) out.emplace_back(i, j);
+    });
   return out;
 }
 

@@ -36,7 +36,11 @@ struct region {
   void add(std::span<const gds_point> ring);
   void add(const grid_rect& r);
   void make_general();
-  bool empty() const { return manhattan ? m.empty() : g.empty(); }
+  bool empty() const {
+    if (manhattan) return m.empty();
+    g.clean();
+    return g.empty();
+  }
 };
 
 void unite(region& a, const region& b);
@@ -79,6 +83,51 @@ void extract_pieces(const region& r, piece_store& out);
 // Pairs of pieces of one store that meet at a point only, which merging
 // leaves apart but which are one conductor.
 std::vector<std::pair<std::uint32_t, std::uint32_t>> point_contacts(const piece_store& s);
+
+// Boxes filed in a uniform grid of buckets, for the boxes near a box or a
+// point. A box lies in every bucket it reaches; the grid has about as many
+// buckets as boxes.
+class box_index {
+ public:
+  explicit box_index(const std::vector<grid_rect>& boxes);
+  // Calls f(i) once for each box i that overlaps or touches `r`.
+  template <class F>
+  void near(const grid_rect& r, F&& f) const {
+    if (boxes_.empty()) return;
+    const int cx0 = bucket(gtl::xl(r), 0), cx1 = bucket(gtl::xh(r), 0);
+    const int cy0 = bucket(gtl::yl(r), 1), cy1 = bucket(gtl::yh(r), 1);
+    for (int cy = cy0; cy <= cy1; ++cy)
+      for (int cx = cx0; cx <= cx1; ++cx) {
+        const std::size_t c = std::size_t(cy) * std::size_t(n_[0]) + std::size_t(cx);
+        for (std::size_t k = start_[c]; k < start_[c + 1]; ++k) {
+          const std::uint32_t i = items_[k];
+          if (!gtl::intersects(boxes_[i], r, true)) continue;
+          // Reported from the first bucket both share, so once only.
+          const int fx = std::max(cx0, bucket(gtl::xl(boxes_[i]), 0));
+          const int fy = std::max(cy0, bucket(gtl::yl(boxes_[i]), 1));
+          if (fx == cx && fy == cy) f(i);
+        }
+      }
+  }
+
+ private:
+  int bucket(long long v, int axis) const {
+    const long long b = (v - origin_[axis]) / size_;
+    return int(b < 0 ? 0 : (b >= n_[axis] ? n_[axis] - 1 : b));
+  }
+  const std::vector<grid_rect>& boxes_;
+  long long origin_[2] = {0, 0};
+  long long size_ = 1;
+  int n_[2] = {1, 1};
+  std::vector<std::size_t> start_;
+  std::vector<std::uint32_t> items_;
+};
+
+// The boxes of a store's pieces, in order.
+std::vector<grid_rect> piece_boxes(const piece_store& s);
+
+// Whether pieces i of a and j of b overlap or touch (closed sets meet).
+bool pieces_meet(const piece_store& a, std::size_t i, const piece_store& b, std::size_t j);
 
 // For every piece of `a`, the pieces of `b` that it overlaps or touches.
 // Returns pairs (index in a, index in b).

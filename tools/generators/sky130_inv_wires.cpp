@@ -22,11 +22,12 @@ int main(int argc, char** argv) {
   gds_writer w;
   w.begin_library("SKY130_INV_WIRES");  // database unit 1 nm
 
-  // A cut of via (0.15 um) with its met1 and met2 landing pads, centred on the origin.
+  // A cut of via (0.15 um) with its met1 and met2 landing pads (0.3 um, as wide
+  // as the wires it joins), centred on the origin.
   w.begin_cell("via_m1m2");
   w.rectangle(met1, via, -75, -75, 75, 75);
-  w.rectangle(met1, drawing, -160, -160, 160, 160);
-  w.rectangle(met2, drawing, -160, -160, 160, 160);
+  w.rectangle(met1, drawing, -150, -150, 150, 150);
+  w.rectangle(met2, drawing, -150, -150, 150, 150);
   w.end_cell();
 
   w.begin_cell("inv_wires");

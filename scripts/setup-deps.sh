@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what the build needs from Debian's packages, if it is missing.
 set -euo pipefail
-packages=(g++ cmake ninja-build libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev libembree-dev nlohmann-json3-dev
+packages=(g++ cmake ninja-build libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev libembree-dev nlohmann-json3-dev libboost-dev
   pybind11-dev python3-dev python3-numpy python3-pytest python3-matplotlib)
 if [[ "${TORVA_EXTRA_PACKAGES:-}" != "" ]]; then
   read -r -a extra <<<"$TORVA_EXTRA_PACKAGES"

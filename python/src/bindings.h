@@ -111,5 +111,6 @@ layout_class bind_layout(py::module_& m);
 void bind_index(py::module_& m, layout_class& layout);
 void bind_extract(py::module_& m);
 void bind_files(py::module_& m);
+void bind_import(py::module_& m);
 
 }  // namespace torva::python

@@ -10,4 +10,5 @@ PYBIND11_MODULE(_torva, m) {
   bind_index(m, layout);
   bind_extract(m);
   bind_files(m);
+  bind_import(m);
 }

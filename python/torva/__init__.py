@@ -6,6 +6,7 @@
     d, reach, block = index.nearest(points)      # points: (N, 3) float64
     r = torva.extract(layout, self_precision=0.01, threads=2, seed=7)
     r.nets, r.matrix, r.stderr                   # fF
+    cell, report = torva.import_gds("inv.gds", "sky130A")   # a GDS cell on a process stack
 
 The library's lines go to the logger named "torva" of Python's logging
 (progress at INFO, details at DEBUG, warnings at WARNING); nothing is printed
@@ -25,6 +26,7 @@ from ._torva import (
     convert,
     extract,
     generate,
+    import_gds,
     load_tables,
     read_layout,
 )
@@ -41,6 +43,7 @@ __all__ = [
     "convert",
     "extract",
     "generate",
+    "import_gds",
     "load_tables",
     "read_layout",
 ]

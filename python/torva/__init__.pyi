@@ -176,6 +176,16 @@ def extract(
 ) -> ExtractResult:
     """Extracts the capacitance matrix of a layout."""
 
+def import_gds(
+    path: _Path,
+    stack: _Path,
+    *,
+    top: str = "",
+    nets: list[str] = ...,
+    window_margin: float | None = None,
+) -> tuple[Layout, dict[str, object]]:
+    """Imports a GDS cell on a process stack (a shipped name or a stack file): (layout, report)."""
+
 def convert(
     source: _Path,
     target: _Path,

@@ -30,6 +30,7 @@
 #include <vector>
 
 #include "cli_common.h"
+#include "cmd_import.h"
 #include "commands.h"
 #include "output_files.h"
 #include "layout_findings.h"
@@ -74,6 +75,7 @@ struct extract_args {
   std::string table_dir;
   std::string split = "auto";   // how processes under mpirun share the run
   bool mpi_timing = false;
+  gds_args gds;  // a GDS cell on a process stack instead of a cap3d layout
   // The options given on the command line, which override the layout's values.
   CLI::Option* given_p = nullptr;
   CLI::Option* given_c = nullptr;
@@ -278,7 +280,7 @@ int run_extract_on(const extract_args& a, process_team* team) {
   bool spice = false;
   std::exception_ptr failure;
   try {
-    in = read_layout(a.layout);
+    in = a.gds.stack.empty() && !looks_like_gds(a.layout) ? read_layout(a.layout) : import_layout(a.layout, a.gds);
     refuse_meaningless_layout(a.layout, in, first, warnings);
     const circuit_layout::raw& d = in.layout->data;
     out_file = !a.out_file.empty()    ? a.out_file
@@ -448,7 +450,8 @@ command add_extract(CLI::App& app) {
   auto* sub = app.add_subcommand(
       "extract", "Extract the capacitance matrix of a layout by the floating random walk (values in fF)");
   auto a = std::make_shared<extract_args>();
-  sub->add_option("LAYOUT", a->layout, "A cap3d layout file, text or binary")->required();
+  sub->add_option("LAYOUT", a->layout, "A cap3d layout file, text or binary, or a GDS cell with --stack")->required();
+  add_gds_options(sub, a->gds, false);
   a->given_p = sub->add_option("-p", a->self_precision,
                                "Relative standard error each self capacitance must reach (default: the layout's "
                                "self-precision, else 0.01)")

@@ -31,5 +31,6 @@ command add_bench(CLI::App& app);
 command add_tables(CLI::App& app);
 command add_extract(CLI::App& app);
 command add_check(CLI::App& app);
+command add_import(CLI::App& app);
 
 }  // namespace torva::cli

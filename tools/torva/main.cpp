@@ -35,7 +35,7 @@ void print_error(const std::string& message) {
 // The subcommands, and the options of the program that take a value (so
 // their values are not mistaken for a subcommand's name).
 const char* const subcommand_names[] = {"info",  "convert", "gen",     "index", "query",
-                                        "bench", "tables",  "extract", "check"};
+                                        "bench", "tables",  "extract", "check",   "import"};
 bool is_subcommand(const std::string& a) {
   for (const char* name : subcommand_names)
     if (a == name) return true;
@@ -95,8 +95,8 @@ int run(int argc, char** argv) {
   for (std::string& a : args) args_v.push_back(a.data());
   args_v.push_back(nullptr);
 
-  CLI::App app{"torva: read, convert, generate and index cap3d layouts, load capacitance tables, and extract "
-               "capacitance"};
+  CLI::App app{"torva: read, convert, generate and index cap3d layouts, import GDS cells, load capacitance tables, "
+               "and extract capacitance"};
   app.name("torva");
   app.require_subcommand(1);
   app.fallthrough();
@@ -121,7 +121,7 @@ int run(int argc, char** argv) {
 
   std::vector<command> commands = {add_info(app),  add_convert(app), add_gen(app),     add_index(app),
                                    add_query(app), add_bench(app),   add_tables(app), add_extract(app),
-                                   add_check(app)};
+                                   add_check(app), add_import(app)};
   std::vector<command> live;
   for (auto& c : commands)
     if (c.app != nullptr) live.push_back(c);

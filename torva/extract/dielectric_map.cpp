@@ -186,7 +186,8 @@ dielectric_map build_dielectric_map(const circuit_layout& layout, const dielectr
                        names);
   }
   // A box with the permittivity of every layer it lies in, and under no other box, changes nothing.
-  if (settings.merge_equal) {
+  // The test looks at every earlier box, so a map of very many boxes (an imported chip's coats) keeps them all.
+  if (settings.merge_equal && m.boxes.size() <= 20000) {
     std::vector<dielectric_box> kept;
     for (std::size_t i = 0; i < m.boxes.size(); ++i) {
       const dielectric_box& b = m.boxes[i];

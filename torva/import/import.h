@@ -7,3 +7,4 @@
 #include "torva/import/gds_path.h"
 #include "torva/import/gds_flatten.h"
 #include "torva/import/process_stack.h"
+#include "torva/import/gds_import.h"

@@ -313,9 +313,16 @@ void write_plate(text_out& t, const circuit_layout::plate_medium& p) {
 
 }  // namespace
 
-text_write_summary write_text(const circuit_layout::raw& r, sea::writer& out) {
+text_write_summary write_text(const circuit_layout::raw& r, sea::writer& out, const std::string& comment) {
   losses lost;
   text_out t(out, lost);
+  for (std::size_t from = 0; !comment.empty() && from <= comment.size();) {
+    const std::size_t end = std::min(comment.find('\n', from), comment.size());
+    t.raw("// ");
+    t.raw(comment.substr(from, end - from));
+    t.raw("\n");
+    from = end + 1;
+  }
   t.raw("<cap3d>\n");
   write_window(t, r);
   write_layers(t, r);
@@ -362,7 +369,8 @@ std::string to_text(const circuit_layout::raw& layout, text_write_summary* summa
   return std::move(out.text);
 }
 
-text_write_summary write_text_file(const circuit_layout::raw& layout, const std::string& path) {
+text_write_summary write_text_file(const circuit_layout::raw& layout, const std::string& path,
+                                   const std::string& comment) {
   auto fail = [&](const char* what) {
     const int code = errno;
     sea::writer& out = *logger::instance().error;
@@ -381,7 +389,7 @@ text_write_summary write_text_file(const circuit_layout::raw& layout, const std:
   text_write_summary summary;
   try {
     sea::file_writer out(f);
-    summary = write_text(layout, out);
+    summary = write_text(layout, out, comment);
   } catch (...) {
     std::fclose(f);
     throw;

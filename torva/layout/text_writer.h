@@ -48,14 +48,16 @@ struct text_write_summary {
   std::vector<std::string> losses;  // empty when the text reads back to the same record
 };
 
-// Writes the text on `out`.
-text_write_summary write_text(const circuit_layout::raw& layout, sea::writer& out);
+// Writes the text on `out`, after `comment` (if any) as "// " lines before
+// <cap3d>, where a tool says where the layout came from.
+text_write_summary write_text(const circuit_layout::raw& layout, sea::writer& out, const std::string& comment = "");
 
 // The text as a string.
 std::string to_text(const circuit_layout::raw& layout, text_write_summary* summary = nullptr);
 
 // Writes the text at `path` (replacing it). A file that cannot be opened, or a
 // short write, is reported on logger::error and thrown as sea::file_error.
-text_write_summary write_text_file(const circuit_layout::raw& layout, const std::string& path);
+text_write_summary write_text_file(const circuit_layout::raw& layout, const std::string& path,
+                                   const std::string& comment = "");
 
 }  // namespace torva

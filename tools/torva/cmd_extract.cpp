@@ -31,6 +31,7 @@
 
 #include "cli_common.h"
 #include "cmd_import.h"
+#include "extract_display.h"
 #include "commands.h"
 #include "output_files.h"
 #include "layout_findings.h"
@@ -101,133 +102,6 @@ std::string spice_path_of(const std::string& out_file) {
   if (out_file.size() > ending.size() && out_file.compare(out_file.size() - ending.size(), ending.size(), ending) == 0)
     return out_file.substr(0, out_file.size() - ending.size()) + ".sp";
   return out_file + ".sp";
-}
-
-// A run can last hours: a report that could never be written is said before
-// it starts, not after.
-void check_folders(const std::vector<named_file>& outputs) {
-  for (const named_file& o : outputs) {
-    std::error_code ec;
-    std::filesystem::path folder = std::filesystem::path(o.path).parent_path();
-    if (folder.empty()) folder = ".";
-    if (std::filesystem::is_directory(o.path, ec))
-      throw input_error(std::string("cannot write the ") + o.role + " \"" + o.path + "\": it is a directory");
-    if (!std::filesystem::is_directory(folder, ec))
-      throw input_error(std::string("cannot write the ") + o.role + " \"" + o.path + "\": no folder \"" +
-                        folder.string() + "\"");
-    if (::access(folder.c_str(), W_OK | X_OK) != 0)
-      throw input_error(std::string("cannot write the ") + o.role + " \"" + o.path + "\": the folder \"" +
-                        folder.string() + "\" is not writable");
-  }
-}
-
-void log_line(const std::string& line) {
-  sea::writer& w = *logger::instance().info;
-  w.print(line + "\n");
-  w.flush();
-}
-
-std::string error_text(double e) {
-  if (!std::isfinite(e)) return "-";
-  char b[32];
-  std::snprintf(b, sizeof b, "%.3g%%", e * 100.0);
-  return b;
-}
-
-// The cores this process may run on (its affinity), at least one.
-int usable_cores() {
-  cpu_set_t set;
-  CPU_ZERO(&set);
-  if (sched_getaffinity(0, sizeof set, &set) == 0 && CPU_COUNT(&set) > 0) return CPU_COUNT(&set);
-  return int(std::max(1u, std::thread::hardware_concurrency()));
-}
-
-// The line on standard error while the walks go (when progress is shown), and
-// a line in the log every few seconds. Called by the extractor every few tens
-// of milliseconds from the thread that runs it: it only formats and prints.
-class progress_display {
- public:
-  explicit progress_display(const std::vector<std::string>& names) : names_(names), draw_(progress_bar::enabled()) {}
-  ~progress_display() { wipe(); }
-
-  void operator()(const extract_progress& p) {
-    const std::string name = p.master < names_.size() ? names_[p.master] : "#" + std::to_string(p.master);
-    if (p.master != master_) {
-      master_ = p.master;
-      master_start_ = p.seconds;
-    }
-    // The error falls as one over the root of the walks: the walks still
-    // needed, at this master's pace so far, give the time left.
-    std::string left;
-    const double ratio = p.self_error / p.goal;
-    if (std::isfinite(ratio) && p.walks > 0) {
-      char t[64];
-      std::snprintf(t, sizeof t, ", about %.1f s left", (p.seconds - master_start_) * std::max(0.0, ratio * ratio - 1));
-      left = t;
-    }
-    char line[320];
-    std::snprintf(line, sizeof line, "master %s (%zu of %zu): %llu walks, error %s (goal %s), %.1f s%s", name.c_str(),
-                  p.master + 1, p.master_count, (unsigned long long)p.walks, error_text(p.self_error).c_str(),
-                  error_text(p.goal).c_str(), p.seconds, left.c_str());
-    if (p.seconds - last_log_ >= 2.0) {
-      log_line("progress: " + std::string(line));
-      last_log_ = p.seconds;
-    }
-    // Under "always" at once; on a terminal only once the run lasts, so short runs don't flicker.
-    const double delay = options().progress == "always" ? 0.0 : 0.3;
-    if (draw_ && p.seconds >= delay && p.seconds - last_draw_ >= 0.1) {
-      std::fprintf(stderr, "\rextracting %s\033[K", line);
-      std::fflush(stderr);
-      last_draw_ = p.seconds;
-      drawn_ = true;
-    }
-  }
-
-  void wipe() {
-    if (!drawn_) return;
-    std::fputs("\r\033[K", stderr);
-    std::fflush(stderr);
-    drawn_ = false;
-  }
-
- private:
-  std::vector<std::string> names_;
-  bool draw_;
-  bool drawn_ = false;
-  double last_draw_ = -1.0;
-  double last_log_ = 0.0;
-  std::size_t master_ = std::size_t(-1);
-  double master_start_ = 0.0;
-};
-
-// The layout's parameters that this extractor does not act on, with the values it set.
-std::string unused_parameters(const circuit_layout::raw& d) {
-  std::string s;
-  auto add = [&s](const char* name, double v) {
-    if (v == 0.0) return;
-    char b[96];
-    std::snprintf(b, sizeof b, "%s%s %g", s.empty() ? "" : ", ", name, v);
-    s += b;
-  };
-  add("walk-type", d.walk_type);
-  add("blk-self-precision", d.blk_self_precision);
-  add("blk-coupling-precision", d.blk_coupling_precision);
-  add("b-ratio", d.b_ratio);
-  add("b-net-ratio", d.b_net_ratio);
-  return s;
-}
-
-void print_matrix(const extract_result& r) {
-  std::size_t first = 6;
-  for (const std::string& m : r.masters) first = std::max(first, m.size());
-  std::printf("  %-*s", int(first), "");
-  for (const std::string& n : r.nets) std::printf("  %12s", n.c_str());
-  std::printf("\n");
-  for (std::size_t i = 0; i < r.masters.size(); ++i) {
-    std::printf("  %-*s", int(first), r.masters[i].c_str());
-    for (double v : r.matrix[i]) std::printf("  %12.6g", v);
-    std::printf("\n");
-  }
 }
 
 // The one line a process other than the first says when it fails: what the

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <utility>
 
 #include "cli_common.h"
@@ -56,6 +57,22 @@ void refuse_overwrite(const std::string& path, bool force) {
   std::error_code ec;
   if (!force && std::filesystem::exists(std::filesystem::symlink_status(path, ec)))
     throw input_error("\"" + path + "\" exists; give --force to replace it");
+}
+
+void check_folders(const std::vector<named_file>& outputs) {
+  for (const named_file& o : outputs) {
+    std::error_code ec;
+    std::filesystem::path folder = std::filesystem::path(o.path).parent_path();
+    if (folder.empty()) folder = ".";
+    if (std::filesystem::is_directory(o.path, ec))
+      throw input_error(std::string("cannot write the ") + o.role + " \"" + o.path + "\": it is a directory");
+    if (!std::filesystem::is_directory(folder, ec))
+      throw input_error(std::string("cannot write the ") + o.role + " \"" + o.path + "\": no folder \"" +
+                        folder.string() + "\"");
+    if (::access(folder.c_str(), W_OK | X_OK) != 0)
+      throw input_error(std::string("cannot write the ") + o.role + " \"" + o.path + "\": the folder \"" +
+                        folder.string() + "\" is not writable");
+  }
 }
 
 }  // namespace torva::cli

@@ -49,6 +49,10 @@ void refuse_clashes(const std::vector<named_file>& inputs, const std::vector<nam
 // one only when asked.
 void refuse_overwrite(const std::string& path, bool force);
 
+// A run can last hours: a report that could never be written (its folder
+// missing or not writable, or the path a directory) is refused before it starts.
+void check_folders(const std::vector<named_file>& outputs);
+
 // Outputs are written through torva::staged_file: a temporary beside the
 // path, renamed over it only on success.
 using staged_output = torva::staged_file;

@@ -318,9 +318,7 @@ text_write_summary write_text(const circuit_layout::raw& r, sea::writer& out, co
   text_out t(out, lost);
   for (std::size_t from = 0; !comment.empty() && from <= comment.size();) {
     const std::size_t end = std::min(comment.find('\n', from), comment.size());
-    t.raw("// ");
-    t.raw(comment.substr(from, end - from));
-    t.raw("\n");
+    t.raw("// ").raw(comment.substr(from, end - from)).raw("\n");
     from = end + 1;
   }
   t.raw("<cap3d>\n");

@@ -38,7 +38,7 @@ for run in "bus.cap3d -spice" "polygons.cap3d -p 0.05 -c 0.5" "stack.cap3d -p 0.
     diff <(figures t.json) <(figures m.json) >/dev/null || fail "$layout, $split shared: not the threaded run's figures"
     if [[ -f t.sp ]]; then cmp -s t.sp m.sp || fail "$layout, $split shared: not the threaded run's netlist"; fi
     [[ $(grep -c '^layout ' m.stdout) == 1 ]] || fail "$layout, $split shared: the summary is not printed once"
-    grep -q "on 2 processes x 1 threads ($split shared)" m.stdout || fail "$layout, $split shared: $(grep '^run' m.stdout)"
+    grep -q "on 2 processes x 1 thread ($split shared)" m.stdout || fail "$layout, $split shared: $(grep '^run' m.stdout)"
     grep -q '^processes: 2; ' m.log || fail "$layout, $split shared: the log has no line on the exchanges"
     rm -f m.json m.out m.log m.sp
   done

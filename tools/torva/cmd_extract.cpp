@@ -197,6 +197,8 @@ int run_extract_on(const extract_args& a, process_team* team) {
   if (given(a.given_p)) o.self_precision = a.self_precision;
   if (given(a.given_c)) o.coupling_precision = a.coupling_precision;
   if (given(a.given_n)) o.threads = a.threads;
+  // A GDS cell carries no thread count of its own: it walks on every core.
+  else if (!a.gds.stack.empty() || looks_like_gds(a.layout)) o.threads = usable_cores();
   if (given(a.given_seed)) o.seed = a.seed;
   if (given(a.given_strategy)) o.spacemgr_type = a.strategy;
   if (given(a.given_stop)) o.stop_ratio = a.stop_ratio;
@@ -290,7 +292,7 @@ int run_extract_on(const extract_args& a, process_team* team) {
 
   std::uint64_t walks = 0;
   for (std::uint64_t w : result.walks) walks += w;
-  std::string workers = std::to_string(result.threads) + " threads";
+  std::string workers = std::to_string(result.threads) + (result.threads == 1 ? " thread" : " threads");
   if (result.ranks > 1)
     workers = std::to_string(result.ranks) + " processes x " + workers + " (" + result.split + " shared)";
   std::printf("layout       %s: %zu nets%s, %zu masters\n", a.layout.c_str(),
@@ -334,7 +336,7 @@ command add_extract(CLI::App& app) {
                                "Relative error of the couplings that make 95% of the self capacitance (default: the "
                                "layout's coupling-precision, else 0.05)")
                    ->check(CLI::PositiveNumber);
-  a->given_n = sub->add_option("-n", a->threads, "Walking threads (0: all cores; default: the layout's thread-num)")
+  a->given_n = sub->add_option("-n", a->threads, "Walking threads (0: all cores; default: the layout's thread-num, all cores for a GDS cell)")
                    ->check(CLI::Range(0, 4096));
   a->given_seed = sub->add_option("--seed", a->seed, "Seed of the walks (default: the layout's seed, else 1)");
   sub->add_option("--out-file", a->out_file,

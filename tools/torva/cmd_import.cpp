@@ -171,7 +171,11 @@ import_result import_cell_file(const std::string& gds, const gds_args& a, proces
     return r;
   } catch (const sea::base_error& e) {
     bars.finish();
-    const std::string lines = take_errors();
+    std::string lines = take_errors();
+    // The library's "ERROR: " would follow the program's own "error: ".
+    for (std::size_t at = 0; (at = lines.find("ERROR: ", at)) != std::string::npos;)
+      if (at == 0 || lines.compare(at - 2, 2, "; ") == 0) lines.erase(at, 7);
+      else at += 7;
     throw input_error(lines.empty() ? std::string(e.what()) : lines);
   } catch (const std::bad_alloc&) {
     bars.finish();

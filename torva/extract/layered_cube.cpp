@@ -184,19 +184,19 @@ std::vector<double> to_cells(const grid& g, int n, const boundary_values& v) {
 
 }  // namespace
 
-layered_cube_cells solve_layered_cube(const layered_cube_spec& spec, int m) {
-  if (m <= 0 || m % 2 != 0 || spec.n <= 1 || spec.position <= 0 || spec.position >= spec.n ||
-      !(spec.below > 0) || !(spec.above > 0))
+layered_cube_cells solve_layered_cube(const layered_cube_setup& setup, int m) {
+  if (m <= 0 || m % 2 != 0 || setup.n <= 1 || setup.position <= 0 || setup.position >= setup.n ||
+      !(setup.below > 0) || !(setup.above > 0))
     throw std::invalid_argument("a layered cube needs an even refinement, an inner interface and positive permittivities");
   grid g;
   g.m = m;
-  g.N = spec.n * m;
+  g.N = setup.n * m;
   const int N = g.N;
   g.c = N / 2;
   g.h = 2.0 / N;
-  const int K = spec.position * m;
+  const int K = setup.position * m;
   g.e.resize(std::size_t(N));
-  for (int l = 0; l < N; ++l) g.e[std::size_t(l)] = l < K ? spec.below : spec.above;
+  for (int l = 0; l < N; ++l) g.e[std::size_t(l)] = l < K ? setup.below : setup.above;
   g.cz.assign(std::size_t(N + 1), 0.0);
   for (int k = 1; k < N; ++k) g.cz[std::size_t(k)] = 0.5 * (g.e[std::size_t(k - 1)] + g.e[std::size_t(k)]);
   const double pi = std::numbers::pi;
@@ -209,7 +209,7 @@ layered_cube_cells solve_layered_cube(const layered_cube_spec& spec, int m) {
   }
 
   const int c = g.c;
-  const bool on_interface = 2 * spec.position == spec.n;
+  const bool on_interface = 2 * setup.position == setup.n;
   const double norm = 4.0 / (double(N) * N);
   boundary_sums density(N), dx(N), dz(N);
   std::vector<double> cprime(std::size_t(N + 1)), inv(std::size_t(N + 1));
@@ -246,9 +246,9 @@ layered_cube_cells solve_layered_cube(const layered_cube_spec& spec, int m) {
       }
     }
   layered_cube_cells out;
-  out.density = to_cells(g, spec.n, synthesise(g, density));
-  out.dx = to_cells(g, spec.n, synthesise(g, dx));
-  out.dz = to_cells(g, spec.n, synthesise(g, dz));
+  out.density = to_cells(g, setup.n, synthesise(g, density));
+  out.dx = to_cells(g, setup.n, synthesise(g, dx));
+  out.dz = to_cells(g, setup.n, synthesise(g, dz));
   return out;
 }
 
@@ -280,10 +280,10 @@ void symmetrise(std::vector<double>& f, int n, bool odd_x, bool with_exchange) {
 
 }  // namespace
 
-layered_cube_cells layered_cube_tables(const layered_cube_spec& spec, int m, bool extrapolate) {
-  layered_cube_cells t = solve_layered_cube(spec, m);
+layered_cube_cells layered_cube_tables(const layered_cube_setup& setup, int m, bool extrapolate) {
+  layered_cube_cells t = solve_layered_cube(setup, m);
   if (extrapolate) {
-    const layered_cube_cells fine = solve_layered_cube(spec, 2 * m);
+    const layered_cube_cells fine = solve_layered_cube(setup, 2 * m);
     auto combine = [](std::vector<double>& coarse, const std::vector<double>& f) {
       for (std::size_t e = 0; e < coarse.size(); ++e) coarse[e] = (4.0 * f[e] - coarse[e]) / 3.0;
     };
@@ -291,10 +291,10 @@ layered_cube_cells layered_cube_tables(const layered_cube_spec& spec, int m, boo
     combine(t.dx, fine.dx);
     combine(t.dz, fine.dz);
   }
-  symmetrise(t.density, spec.n, false, true);
-  symmetrise(t.dz, spec.n, false, true);
+  symmetrise(t.density, setup.n, false, true);
+  symmetrise(t.dz, setup.n, false, true);
   // d/dx0 is odd in x and even in y; the exchange maps it to d/dy0, not to itself.
-  symmetrise(t.dx, spec.n, true, false);
+  symmetrise(t.dx, setup.n, true, false);
   return t;
 }
 

@@ -96,12 +96,12 @@ layered_pair_tables generate_layered_pair(double below, double above, const tabl
   auto work = [&] {
     for (int job; (job = next.fetch_add(1)) <= positions;) {
       if (job < positions) {
-        const internal::layered_cube_spec spec{internal::two_layer_cells, job + 1, below, above};
-        store(internal::layered_cube_tables(spec, settings.refine, settings.extrapolate), &t.gft[std::size_t(job) * two_row],
+        const internal::layered_cube_setup setup{internal::two_layer_cells, job + 1, below, above};
+        store(internal::layered_cube_tables(setup, settings.refine, settings.extrapolate), &t.gft[std::size_t(job) * two_row],
               &t.gft_is[std::size_t(3 * job) * two_row], &t.wvt_is[std::size_t(3 * job)]);
       } else {
-        const internal::layered_cube_spec spec{internal::half_layer_cells, internal::half_layer_cells / 2, below, above};
-        store(internal::layered_cube_tables(spec, settings.refine, settings.extrapolate), t.half_gft.data(),
+        const internal::layered_cube_setup setup{internal::half_layer_cells, internal::half_layer_cells / 2, below, above};
+        store(internal::layered_cube_tables(setup, settings.refine, settings.extrapolate), t.half_gft.data(),
               t.half_gft_is.data(), t.half_wvt_is.data());
       }
     }

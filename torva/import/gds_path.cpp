@@ -97,12 +97,12 @@ bool gds_normalize_ring(std::vector<gds_point>& ring) {
   return true;
 }
 
-bool gds_path_outline(std::span<const gds_point> centre, const gds_path_spec& spec,
+bool gds_path_outline(std::span<const gds_point> centre, const gds_path_style& style,
                       std::vector<std::vector<gds_point>>& out) {
   std::vector<gds_point> p(centre.begin(), centre.end());
   p.erase(std::unique(p.begin(), p.end()), p.end());
-  if (p.size() < 2 || spec.width <= 0) return false;
-  const double half = double(spec.width) / 2;
+  if (p.size() < 2 || style.width <= 0) return false;
+  const double half = double(style.width) / 2;
   const std::size_t n = p.size();
   std::vector<segment> seg;
   for (std::size_t i = 0; i + 1 < n; ++i) seg.push_back(make_segment(p[i], p[i + 1], half));
@@ -117,13 +117,13 @@ bool gds_path_outline(std::span<const gds_point> centre, const gds_path_spec& sp
   };
 
   double begin_ext = 0, end_ext = 0;
-  if (spec.ends == gds_path_ends::extended) begin_ext = end_ext = half;
-  if (spec.ends == gds_path_ends::custom) {
-    begin_ext = double(spec.begin_extension);
-    end_ext = double(spec.end_extension);
+  if (style.ends == gds_path_ends::extended) begin_ext = end_ext = half;
+  if (style.ends == gds_path_ends::custom) {
+    begin_ext = double(style.begin_extension);
+    end_ext = double(style.end_extension);
   }
-  const bool round = spec.ends == gds_path_ends::round;
-  const int arc = std::clamp(spec.round_end_segments, 2, 1024);
+  const bool round = style.ends == gds_path_ends::round;
+  const int arc = std::clamp(style.round_end_segments, 2, 1024);
 
   std::size_t a = 0;
   const std::size_t before = out.size();

@@ -31,7 +31,7 @@ namespace torva {
 
 enum class gds_path_ends { flush = 0, round = 1, extended = 2, custom = 4 };
 
-struct gds_path_spec {
+struct gds_path_style {
   std::int64_t width = 0;  // > 0
   gds_path_ends ends = gds_path_ends::flush;
   std::int64_t begin_extension = 0;  // type 4 only
@@ -43,7 +43,7 @@ struct gds_path_spec {
 // anticlockwise, without a closing point) to out. A centre line of fewer
 // than two distinct points or a width not above zero adds nothing and
 // returns false.
-bool gds_path_outline(std::span<const gds_point> centre, const gds_path_spec& spec,
+bool gds_path_outline(std::span<const gds_point> centre, const gds_path_style& style,
                       std::vector<std::vector<gds_point>>& out);
 
 // The signed area of a ring (positive when anticlockwise), summed exactly

@@ -16,13 +16,13 @@ using rings = std::vector<std::vector<gds_point>>;
 
 rings outline(std::vector<gds_point> centre, std::int64_t width, gds_path_ends ends, std::int64_t begin = 0,
               std::int64_t end = 0) {
-  gds_path_spec spec;
-  spec.width = width;
-  spec.ends = ends;
-  spec.begin_extension = begin;
-  spec.end_extension = end;
+  gds_path_style style;
+  style.width = width;
+  style.ends = ends;
+  style.begin_extension = begin;
+  style.end_extension = end;
   rings out;
-  gds_path_outline(centre, spec, out);
+  gds_path_outline(centre, style, out);
   return out;
 }
 

@@ -270,14 +270,14 @@ void parser::finish_element(element& e, const gds_record& end) {
         warn("pathtype", end, "PATHTYPE " + std::to_string(e.pathtype) + " read as 0 (flush ends)");
         e.pathtype = 0;
       }
-      gds_path_spec spec;
-      spec.width = e.width;
-      spec.ends = gds_path_ends(e.pathtype);
-      spec.begin_extension = e.begin_extension;
-      spec.end_extension = e.end_extension;
-      spec.round_end_segments = options_.round_end_segments;
+      gds_path_style style;
+      style.width = e.width;
+      style.ends = gds_path_ends(e.pathtype);
+      style.begin_extension = e.begin_extension;
+      style.end_extension = e.end_extension;
+      style.round_end_segments = options_.round_end_segments;
       outlines_.clear();
-      if (!gds_path_outline(e.xy, spec, outlines_))
+      if (!gds_path_outline(e.xy, style, outlines_))
         return warn("few points", end, "a PATH with fewer than two distinct points, skipped");
       gds_polygons& shapes = cell.shapes_of({e.layer, e.datatype});
       for (const auto& ring : outlines_) shapes.add(ring);

@@ -32,7 +32,7 @@
 
 namespace torva::internal {
 
-struct layered_cube_spec {
+struct layered_cube_setup {
   int n = 23;          // table cells a face side
   int position = 1;    // the interface at z = -1 + 2 position / n, 0 < position < n
   double below = 1.0;  // relative permittivity under the interface
@@ -47,12 +47,12 @@ struct layered_cube_cells {
 };
 
 // The solve on one grid; m must be even and positive.
-layered_cube_cells solve_layered_cube(const layered_cube_spec& spec, int m);
+layered_cube_cells solve_layered_cube(const layered_cube_setup& setup, int m);
 
 // The cells from grids m and 2m, extrapolated; or from grid m alone when
 // `extrapolate` is false. Symmetric in x, y and their exchange exactly (the
 // x derivative antisymmetric in x), each row's sums as the physics wants
 // them: the probabilities add up to 1 and the derivatives to 0.
-layered_cube_cells layered_cube_tables(const layered_cube_spec& spec, int m, bool extrapolate);
+layered_cube_cells layered_cube_tables(const layered_cube_setup& setup, int m, bool extrapolate);
 
 }  // namespace torva::internal

@@ -21,13 +21,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   using namespace torva;
   fuzzing::quiet_logger();
   const std::string_view bytes(reinterpret_cast<const char*>(data), size);
-  const std::string& path = fuzzing::write_scratch(data, size);
   _WIRE_BLOCK_LAYER_NAME_.clear();
   circuit_layout layout;
   bool read = false;
   try {
     Cap3dParser parser(layout.data, 4, true, false);
-    read = parser.parse(path, "");
+    // The file path's own code over the bytes, without a file per input.
+    read = parser.parseBytes(reinterpret_cast<const char*>(data), size, "");
   } catch (const sea::base_error&) {
   } catch (const std::length_error&) {
     // the binary form's polygon count of 64 to 127

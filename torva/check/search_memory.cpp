@@ -98,6 +98,9 @@ struct grid_shape {
       const double b = std::ceil((scope + box.upper[k].value - lower[k]) / length);
       lo[k] = !(a > 0) ? 0 : a >= double(count[k]) ? count[k] : std::uint64_t(a);
       hi[k] = !(b > 0) ? 0 : b >= double(count[k]) ? count[k] : std::uint64_t(b);
+      // A box turned inside out (its upper corner below its lower) reaches no
+      // cell, rather than an extent that wraps around.
+      if (hi[k] < lo[k]) hi[k] = lo[k];
     }
   }
 };

@@ -12,6 +12,15 @@
 #   FUZZ_HARNESSES   names to run (default: every harness built)
 #   FUZZ_NICE        niceness of the fuzzing processes (default 10)
 #   FUZZ_BUILD_DIR   build directory (default build-fuzz)
+#   FUZZ_RESUME      1: carry on from what earlier runs of this script did
+#                    (default 0: start every harness afresh)
+#
+# After every finished process the harness's totals so far are written to
+# <build>/long-logs/<harness>.state, so that a run cut short (a machine
+# stopped, a session ended) resumes with FUZZ_RESUME=1 where its last
+# finished process left off: the corpus is kept anyway, and the executions,
+# seconds and peak memory add up across the runs. A process cut short counts
+# nothing, so a heavy harness wants a smaller FUZZ_SESSION_RUNS.
 #
 # The flags in fuzz/options/<harness> apply as in scripts/fuzz.sh. A fault
 # stops that harness, leaves its input in <build>/artifacts/ and makes the
@@ -38,6 +47,14 @@ for name in $harnesses; do
   mkdir -p "$corpus"
   read -r -a options <<<"$(grep -hv '^#' "fuzz/options/$name" 2>/dev/null | tr '\n' ' ')"
   done_runs=0 seconds=0 peak=0 session=0 finding=none last=""
+  state="$build/long-logs/$name.state"
+  if [[ ${FUZZ_RESUME:-0} == 1 && -f $state ]]; then
+    read -r done_runs seconds peak session <"$state"
+    echo "== $name: resuming after session $session, $done_runs executions in $seconds s"
+    last=$(grep -E "#[0-9]+[[:space:]]+(DONE|INITED)" "$build/long-logs/$name.$session.log" 2>/dev/null | tail -1 || true)
+  else
+    rm -f "$build/long-logs/$name".*.log "$state"
+  fi
   while ((done_runs < total_runs)); do
     runs=$((total_runs - done_runs < session_runs ? total_runs - done_runs : session_runs))
     session=$((session + 1))
@@ -59,6 +76,7 @@ for name in $harnesses; do
     if ((rss > peak)); then peak=$rss; fi
     last=$(grep -E "#[0-9]+[[:space:]]+(DONE|INITED)" "$log" | tail -1 || true)
     if [[ $finding == none && $executed == 0 ]]; then finding="no executions (see $log)" status=1; fi
+    echo "$done_runs $seconds $peak $session" >"$state"
     if [[ $finding != none ]]; then break; fi
   done
   cov=$(grep -oE "cov: [0-9]+" <<<"$last" | grep -oE '[0-9]+' || echo "?")

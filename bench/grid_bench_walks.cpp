@@ -12,6 +12,7 @@
 #include "torva/geometry/distance.h"
 #include "torva/layout/generator.h"
 #include "torva/space/layout_fields.h"
+#include "torva/space/walk_start.h"
 
 namespace torva::grid_bench {
 
@@ -60,50 +61,10 @@ namespace {
 
 double wall_distance(const cuboid_t& window, const point3& p) { return -distance(window, p).value; }
 
-// The box of the middle net grown by half its maximum-norm gap to the
-// nearest block of another net: the surface on which one net's walks start.
+// The surface about the middle net, on which one net's walks start.
 cuboid_t gaussian_box(const circuit_layout& layout) {
   const auto& nets = layout.data.wire_nets;
-  const wire_net& net = nets[nets.size() / 2];
-  cuboid_t box = net.blocks.front()->outer_box;
-  for (const wire_block* b : net.blocks)
-    for (int k = 0; k < 3; ++k) {
-      box.lower[k] = std::min(box.lower[k].value, b->outer_box.lower[k].value);
-      box.upper[k] = std::max(box.upper[k].value, b->outer_box.upper[k].value);
-    }
-  double gap = INFINITY;
-  for (const wire_block* b : layout.blocks) {
-    if (b->net == &net) continue;
-    double g = -INFINITY;
-    for (int k = 0; k < 3; ++k)
-      g = std::max({g, b->outer_box.lower[k].value - box.upper[k].value,
-                    box.lower[k].value - b->outer_box.upper[k].value});
-    if (g > 0) gap = std::min(gap, g);
-  }
-  const double grow = std::isfinite(gap) ? 0.5 * gap : 0.01;
-  for (int k = 0; k < 3; ++k) {
-    box.lower[k] = box.lower[k].value - grow;
-    box.upper[k] = box.upper[k].value + grow;
-  }
-  return box;
-}
-
-// A uniformly random point on the surface of the box.
-point3 on_surface(const cuboid_t& box, std::mt19937_64& rng) {
-  std::uniform_real_distribution<double> unit(0.0, 1.0);
-  double area[3];
-  for (int k = 0; k < 3; ++k) {
-    const int a = (k + 1) % 3, c = (k + 2) % 3;
-    area[k] = (box.upper[a].value - box.lower[a].value) * (box.upper[c].value - box.lower[c].value);
-  }
-  double pick = unit(rng) * (area[0] + area[1] + area[2]);
-  int axis = 0;
-  while (axis < 2 && pick > area[axis]) pick -= area[axis++];
-  point3 p;
-  for (int k = 0; k < 3; ++k)
-    p[k] = box.lower[k].value + (box.upper[k].value - box.lower[k].value) * unit(rng);
-  p[axis] = unit(rng) < 0.5 ? box.lower[axis] : box.upper[axis];
-  return p;
+  return surface_about(layout, nets[nets.size() / 2]);
 }
 
 void make_walks(bench_layout& b) {

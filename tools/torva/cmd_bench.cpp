@@ -22,6 +22,7 @@
 #include "space_tools.h"
 #include "torva/geometry/distance.h"
 #include "torva/space/compact_index.h"
+#include "torva/space/walk_start.h"
 
 #ifdef TORVA_EMBREE
 #include "embree_baseline.h"
@@ -64,47 +65,6 @@ struct walk_points {
   std::vector<point3> points;
   std::uint64_t walks = 0;
 };
-
-// The box of a net grown by half its gap to the nearest block of another net:
-// a surface on which one net's walks start.
-cuboid_t surface_about(const circuit_layout& layout, const wire_net& net) {
-  cuboid_t box = net.blocks.front()->outer_box;
-  for (const wire_block* b : net.blocks) {
-    box.lower = minimal(box.lower, b->outer_box.lower);
-    box.upper = maximal(box.upper, b->outer_box.upper);
-  }
-  double gap = 1e300;
-  for (const wire_block* b : layout.blocks) {
-    if (b->net == &net) continue;
-    double g = -1e300;
-    for (int k = 0; k < 3; ++k)
-      g = std::max({g, b->outer_box.lower[k].value - box.upper[k].value, box.lower[k].value - b->outer_box.upper[k].value});
-    if (g > 0) gap = std::min(gap, g);
-  }
-  const double grow = gap < 1e300 ? 0.5 * gap : 0.01;
-  for (int k = 0; k < 3; ++k) {
-    box.lower[k] = box.lower[k].value - grow;
-    box.upper[k] = box.upper[k].value + grow;
-  }
-  return box;
-}
-
-// A uniformly random point on the surface of the box.
-point3 on_surface(const cuboid_t& box, std::mt19937_64& rng) {
-  std::uniform_real_distribution<double> unit(0.0, 1.0);
-  double area[3];
-  for (int k = 0; k < 3; ++k) {
-    const int a = (k + 1) % 3, c = (k + 2) % 3;
-    area[k] = (box.upper[a].value - box.lower[a].value) * (box.upper[c].value - box.lower[c].value);
-  }
-  double pick = unit(rng) * (area[0] + area[1] + area[2]);
-  int axis = 0;
-  while (axis < 2 && pick > area[axis]) pick -= area[axis++];
-  point3 p;
-  for (int k = 0; k < 3; ++k) p[k] = box.lower[k].value + (box.upper[k].value - box.lower[k].value) * unit(rng);
-  p[axis] = unit(rng) < 0.5 ? box.lower[axis] : box.upper[axis];
-  return p;
-}
 
 walk_points make_walk(const circuit_layout& layout, const space_manager& m, std::uint64_t count, std::uint64_t seed,
                       const cuboid_t* start_surface) {

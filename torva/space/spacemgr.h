@@ -17,3 +17,4 @@
 #include "torva/space/basic_grid_spacemgr.h"
 #include "torva/space/space_manager.h"
 #include "torva/space/compact_index.h"
+#include "torva/space/walk_start.h"

@@ -2,73 +2,29 @@
 // one cell for each shipped stack (two plates on two metals of the stack, a
 // via, labels), imported to text and binary and extracted under a walk
 // limit; and the bad input of the two commands.
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "cli_test_support.h"
 #include "torva/import/process_stack.h"
 #include "torva/layout/cap3d_parser.h"
 #include "torva_testing/gds_writer.h"
 #include "torva_testing/log_capture.h"
-
-#ifndef TORVA_CLI_PATH
-#error "TORVA_CLI_PATH must name the built torva program"
-#endif
 
 namespace {
 
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 
-struct outcome {
-  int status = -1;
-  std::string out, err;
-};
+using torva_cli_test::outcome;
+using torva_cli_test::slurp;
 
-std::string slurp(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
-class import_cli : public ::testing::Test {
+class import_cli : public torva_cli_test::cli {
  protected:
-  torva::testing::temp_dir dir;
-
-  outcome run(std::vector<std::string> args) {
-    const std::string out_path = dir.file("stdout.txt"), err_path = dir.file("stderr.txt");
-    std::string program = TORVA_CLI_PATH;
-    std::vector<char*> argv{program.data()};
-    for (std::string& a : args) argv.push_back(a.data());
-    argv.push_back(nullptr);
-    const pid_t pid = fork();
-    if (pid == 0) {
-      const int o = open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-      const int e = open(err_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-      if (o < 0 || e < 0) _exit(127);
-      dup2(o, 1);
-      dup2(e, 2);
-      execv(argv[0], argv.data());
-      _exit(127);
-    }
-    outcome r;
-    int wstatus = 0;
-    if (pid < 0 || waitpid(pid, &wstatus, 0) != pid) return r;
-    r.status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : 128 + WTERMSIG(wstatus);
-    r.out = slurp(out_path);
-    r.err = slurp(err_path);
-    return r;
-  }
-
   // Two plates on the two metals of the stack's first via between metals:
   // "a" below with a via up to a pad, "b" beside the pad above; 1 nm units.
   std::string cell_for(const torva::process_stack& s) {

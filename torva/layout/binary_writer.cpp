@@ -15,6 +15,7 @@
 #include "torva/layout/cap3d_parser.h"
 #include "torva/layout/internal/binary_fields.h"
 #include "torva/layout/internal/binary_record_writer.h"
+#include "torva/layout/internal/write_failure.h"
 
 namespace torva {
 
@@ -160,17 +161,7 @@ std::string to_binary(const circuit_layout::raw& layout, const binary_write_opti
 binary_write_summary write_binary_file(const circuit_layout::raw& layout, const std::string& path,
                                        const binary_write_options& options) {
   auto fail = [&](const char* what) {
-    const int code = errno;
-    sea::writer& out = *logger::instance().error;
-    out.print("ERROR: (Binary) ");
-    out.print(what);
-    out.print(" \"");
-    out.print(path);
-    out.print("\": ");
-    out.print(std::strerror(code));
-    out.write('\n');
-    out.flush();
-    return sea::file_error("cannot write binary cap3d file\n");
+    return internal::write_failure("ERROR: (Binary) ", what, path, "cannot write binary cap3d file\n");
   };
   check_layout(layout, options);  // before the file is replaced
   FILE* f = std::fopen(path.c_str(), "wb");

@@ -11,6 +11,7 @@
 
 #include "torva/foundation/errors.h"
 #include "torva/foundation/logger.h"
+#include "torva/layout/internal/write_failure.h"
 
 namespace torva {
 
@@ -370,17 +371,7 @@ std::string to_text(const circuit_layout::raw& layout, text_write_summary* summa
 text_write_summary write_text_file(const circuit_layout::raw& layout, const std::string& path,
                                    const std::string& comment) {
   auto fail = [&](const char* what) {
-    const int code = errno;
-    sea::writer& out = *logger::instance().error;
-    out.print("ERROR: (Text) ");
-    out.print(what);
-    out.print(" \"");
-    out.print(path);
-    out.print("\": ");
-    out.print(std::strerror(code));
-    out.write('\n');
-    out.flush();
-    return sea::file_error("cannot write text cap3d file\n");
+    return internal::write_failure("ERROR: (Text) ", what, path, "cannot write text cap3d file\n");
   };
   FILE* f = std::fopen(path.c_str(), "wb");
   if (!f) throw fail("cannot open");

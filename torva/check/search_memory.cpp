@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
 #include <vector>
 
 #include "torva/geometry/cube.h"
@@ -37,51 +38,79 @@ cuboid_t grown(const cuboid_t& box, double by) {
   return g;
 }
 
-// One tree, node by node (depth first, each node offered what its parent
-// kept), as the octree strategies and the hybrid grids' cells grow theirs.
+// One tree, node by node, as octree_node builds it but for the dominance
+// tests: each node takes its blocks in the order the build offers them, a
+// block passing the node's bound tightens it to (2h + distance) times its
+// ratio and evicts what lies beyond, and a leaf splits as soon as an offered
+// block leaves it holding more than the limit (not on what it finally keeps:
+// later blocks may tighten a crowded leaf, but the build has split it by
+// then). A split hands each child the leaf's candidates (which cannot split
+// it), then every later block that passes the leaf's bound as it stood.
+// Without dominance a list holds at least the build's candidates, so the tree
+// splits at least where the build's does.
 void count_tree(std::uint64_t node_bytes, const cube_t& root, double scope, std::vector<const wire_block*> offered,
-                family f, std::int64_t count_limit, std::int32_t depth_limit, double scope_ratio, tally& t) {
+                family f, std::int64_t count_limit, std::int32_t depth_limit, const configure& config, tally& t) {
+  using blocks = std::vector<const wire_block*>;
   struct frame {
     cube_t cube;
     double scope;
     std::int32_t depth;
-    std::vector<const wire_block*> offered;
+    std::shared_ptr<const blocks> initial;  // the parent's candidates at its split
+    std::shared_ptr<const blocks> later;    // then these, in order
+  };
+  const auto ratio = [&](const wire_block* b) {
+    return config.double_incline_ratio && b->shape_kind != shape_cuboid ? 2.0 : 1.0;
   };
   std::vector<frame> stack;
-  stack.push_back(frame{root, scope, 0, std::move(offered)});
-  std::vector<std::pair<const wire_block*, double>> near;
+  stack.push_back(frame{root, scope, 0, std::make_shared<const blocks>(), std::make_shared<const blocks>(std::move(offered))});
+  std::vector<std::pair<const wire_block*, double>> list;
   while (!stack.empty() && !t.over()) {
     const frame node = std::move(stack.back());
     stack.pop_back();
     const double h = node.cube.half.value;
     double bound = node.scope;
-    near.clear();
-    for (const wire_block* b : node.offered) {
-      const double d = manhattan_distance(node.cube.center, *b).value - h;
-      if (!(bound - eps > d)) continue;
-      near.emplace_back(b, d);
-      if (bound - eps > 2.0 * h + d) bound = 2.0 * h + d;
-    }
-    std::vector<const wire_block*> kept;
-    std::int64_t stored = 0;
-    for (const auto& [b, d] : near)
-      if (bound - eps > d) {
-        kept.push_back(b);
-        stored += keeps(f, b) ? 1 : 0;
+    list.clear();
+    // candidate_list::try_add without the dominance tests.
+    auto add = [&](const wire_block* b, double d) {
+      if (!(bound - eps > d)) return false;
+      const double tight = (2.0 * h + d) * ratio(b);
+      if (bound - eps > tight) bound = tight;
+      for (std::size_t i = 0; i < list.size();) {
+        if (!(bound - eps > list[i].second)) {
+          list[i] = list.back();
+          list.pop_back();
+        } else {
+          ++i;
+        }
       }
-    if (stored > count_limit && node.depth <= depth_limit) {
+      if (keeps(f, b)) list.emplace_back(b, d);
+      return true;
+    };
+    auto distance_of = [&](const wire_block* b) { return manhattan_distance(node.cube.center, *b).value - h; };
+    for (const wire_block* b : *node.initial) add(b, distance_of(b));
+    const blocks& later = *node.later;
+    bool split = false;
+    for (std::size_t i = 0; i < later.size() && !split; ++i) {
+      const double d = distance_of(later[i]);
+      if (!(bound - eps > d)) continue;  // the node's gate in octree_node::try_insert
+      if (!add(later[i], d) || std::int64_t(list.size()) <= count_limit || node.depth > depth_limit) continue;
+      split = true;
       t.bytes += 8 * node_bytes + 8 + allocation;
+      auto held = std::make_shared<blocks>();
+      for (const auto& e : list) held->push_back(e.first);
+      auto rest = std::make_shared<blocks>();
+      for (std::size_t j = i + 1; j < later.size(); ++j)
+        if (bound - eps > distance_of(later[j])) rest->push_back(later[j]);
       const double q = 0.5 * h, child_half = h - q;
-      const double child_scope = node.depth < 6 ? node.scope * scope_ratio : node.scope * 0.5;
-      for (int i = 0; i < 8; ++i) {
-        cube_t c;
-        for (int k = 0; k < 3; ++k) c.center[k] = node.cube.center[k].value + ((i >> k) & 1 ? q : -q);
-        c.half = child_half;
-        stack.push_back(frame{c, child_scope, node.depth + 1, kept});
+      const double child_scope = node.depth < 6 ? node.scope * config.octree_scope_ratio : node.scope * 0.5;
+      for (int c = 0; c < 8; ++c) {
+        cube_t cube;
+        for (int k = 0; k < 3; ++k) cube.center[k] = node.cube.center[k].value + ((c >> k) & 1 ? q : -q);
+        cube.half = child_half;
+        stack.push_back(frame{cube, child_scope, node.depth + 1, held, rest});
       }
-    } else if (stored != 0) {
-      t.bytes += std::uint64_t(stored) * entry + allocation;
     }
+    if (!split && !list.empty()) t.bytes += std::uint64_t(list.size()) * entry + allocation;
   }
 }
 
@@ -175,7 +204,7 @@ void count_tree_grid(std::uint64_t node_bytes, const grid_shape& g, const circui
     cube.half = 0.5 * g.length;
     count_tree(node_bytes, cube, g.scope,
                std::vector<const wire_block*>(entries.begin() + long(first[c]), entries.begin() + long(first[c + 1])),
-               f, count_limit, depth_limit, config.octree_scope_ratio, t);
+               f, count_limit, depth_limit, config, t);
   }
 }
 
@@ -188,7 +217,7 @@ void count_octree(const cuboid_t& space, const circuit_layout& layout, family f,
   const std::int32_t s = depth / 2 - 1;
   const auto power = static_cast<std::int32_t>(1u << (static_cast<std::uint32_t>(s) & 31u));
   count_tree(sizeof(octree_node<0>), cube, cube.half.value / double(power), layout.blocks, f, count_limit, depth,
-             config.octree_scope_ratio, t);
+             config, t);
 }
 
 void count_hybrid(const cuboid_t& space, const circuit_layout& layout, family f, const configure& config, tally& t) {

@@ -9,13 +9,15 @@
 // depth limit, and their number doubles or more with each level.
 //
 // The estimate counts the pair's structures as they would be built: the
-// grids' cells as the library sizes them, and each tree node by node, a node
-// keeping every block nearer than its bound (the bound shrinking to twice the
-// half size plus the nearest distance, as a list's does) and splitting when it
-// keeps more than its limit. It leaves out the dominance tests that thin a
-// real list, so it counts at least as many candidates, and so at least as many
-// splits, as the build makes: in all but rare layouts it errs high. Flat cells
-// count every block their scope reaches. Counting stops as soon as the total
+// grids' cells as the library sizes them, and each tree node by node, its
+// blocks offered in the build's order, each tightening the node's bound (to
+// twice the half size plus its distance, as a list's does), and a leaf
+// splitting as soon as it holds more than its limit, as the build's leaves do
+// (a leaf crowded before a near block tightens it has split all the same). It
+// leaves out the dominance tests that thin a real list, so it counts at least
+// as many candidates, and so at least as many splits, as the build makes: in
+// all but rare layouts it errs high. Flat cells count every block their scope
+// reaches. Counting stops as soon as the total
 // passes the budget, so an estimate costs no more than the budget lets it.
 #pragma once
 

@@ -63,7 +63,12 @@ void count_tree(std::uint64_t node_bytes, const cube_t& root, double scope, std:
   };
   std::vector<frame> stack;
   stack.push_back(frame{root, scope, 0, std::make_shared<const blocks>(), std::make_shared<const blocks>(std::move(offered))});
-  std::vector<std::pair<const wire_block*, double>> list;
+  // A leaf's candidates as a heap with the farthest on top: a tightened bound
+  // evicts from the top, so that a crowded leaf costs no scan of its list per
+  // block. (The build's list holds them in another order; what a list ends up
+  // with, and so what a child is handed, does not depend on it.)
+  std::vector<std::pair<double, const wire_block*>> list;
+  const auto farther = [](const auto& a, const auto& b) { return a.first < b.first; };
   while (!stack.empty() && !t.over()) {
     const frame node = std::move(stack.back());
     stack.pop_back();
@@ -74,16 +79,17 @@ void count_tree(std::uint64_t node_bytes, const cube_t& root, double scope, std:
     auto add = [&](const wire_block* b, double d) {
       if (!(bound - eps > d)) return false;
       const double tight = (2.0 * h + d) * ratio(b);
-      if (bound - eps > tight) bound = tight;
-      for (std::size_t i = 0; i < list.size();) {
-        if (!(bound - eps > list[i].second)) {
-          list[i] = list.back();
+      if (bound - eps > tight) {
+        bound = tight;
+        while (!list.empty() && !(bound - eps > list.front().first)) {
+          std::pop_heap(list.begin(), list.end(), farther);
           list.pop_back();
-        } else {
-          ++i;
         }
       }
-      if (keeps(f, b)) list.emplace_back(b, d);
+      if (keeps(f, b)) {
+        list.emplace_back(d, b);
+        std::push_heap(list.begin(), list.end(), farther);
+      }
       return true;
     };
     auto distance_of = [&](const wire_block* b) { return manhattan_distance(node.cube.center, *b).value - h; };
@@ -97,7 +103,7 @@ void count_tree(std::uint64_t node_bytes, const cube_t& root, double scope, std:
       split = true;
       t.bytes += 8 * node_bytes + 8 + allocation;
       auto held = std::make_shared<blocks>();
-      for (const auto& e : list) held->push_back(e.first);
+      for (const auto& e : list) held->push_back(e.second);
       auto rest = std::make_shared<blocks>();
       for (std::size_t j = i + 1; j < later.size(); ++j)
         if (bound - eps > distance_of(later[j])) rest->push_back(later[j]);

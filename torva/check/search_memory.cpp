@@ -1,6 +1,7 @@
 #include "torva/check/search_memory.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <memory>
 #include <vector>
@@ -47,7 +48,8 @@ cuboid_t grown(const cuboid_t& box, double by) {
 // then). A split hands each child the leaf's candidates (which cannot split
 // it), then every later block that passes the leaf's bound as it stood.
 // Without dominance a list holds at least the build's candidates, so the tree
-// splits at least where the build's does.
+// splits at least where the build's does. A leaf counts the capacity its list
+// grew to, which the build holds until it trims every list at the end.
 void count_tree(std::uint64_t node_bytes, const cube_t& root, double scope, std::vector<const wire_block*> offered,
                 family f, std::int64_t count_limit, std::int32_t depth_limit, const configure& config, tally& t) {
   using blocks = std::vector<const wire_block*>;
@@ -75,6 +77,7 @@ void count_tree(std::uint64_t node_bytes, const cube_t& root, double scope, std:
     const double h = node.cube.half.value;
     double bound = node.scope;
     list.clear();
+    std::size_t longest = 0;  // the list's capacity never shrinks while the tree is built
     // candidate_list::try_add without the dominance tests.
     auto add = [&](const wire_block* b, double d) {
       if (!(bound - eps > d)) return false;
@@ -89,6 +92,7 @@ void count_tree(std::uint64_t node_bytes, const cube_t& root, double scope, std:
       if (keeps(f, b)) {
         list.emplace_back(d, b);
         std::push_heap(list.begin(), list.end(), farther);
+        longest = std::max(longest, list.size());
       }
       return true;
     };
@@ -116,7 +120,7 @@ void count_tree(std::uint64_t node_bytes, const cube_t& root, double scope, std:
         stack.push_back(frame{cube, child_scope, node.depth + 1, held, rest});
       }
     }
-    if (!split && !list.empty()) t.bytes += std::uint64_t(list.size()) * entry + allocation;
+    if (!split && longest > 0) t.bytes += std::bit_ceil(std::uint64_t(longest)) * entry + allocation;
   }
 }
 
@@ -158,16 +162,26 @@ double shortest_edge(const cuboid_t& c) {
                    c.upper[2].value - c.lower[2].value});
 }
 
-// A grid of flat cells: every block its scope reaches, in every cell.
+// A grid of flat cells: every block its scope reaches, in every cell, each
+// cell's list counted at the capacity it grows to (trimmed only at the end).
 void count_flat_grid(std::uint64_t cell_bytes, const grid_shape& g, const circuit_layout& layout, family f, tally& t) {
   t.bytes += g.cells() * cell_bytes;
+  if (t.over()) return;  // so that the counts below take no more than the budget
+  std::vector<std::uint32_t> held(g.cells(), 0);
   for (const wire_block* b : layout.blocks) {
     if (t.over()) return;
     if (!keeps(f, b)) continue;
     std::uint64_t lo[3], hi[3];
     g.range(b->outer_box, lo, hi);
-    const std::uint64_t reached = (hi[0] - lo[0]) * (hi[1] - lo[1]) * (hi[2] - lo[2]);
-    t.bytes += reached * entry + std::min<std::uint64_t>(reached, 1) * allocation;
+    for (std::uint64_t i = lo[0]; i < hi[0] && !t.over(); ++i)
+      for (std::uint64_t j = lo[1]; j < hi[1]; ++j)
+        for (std::uint64_t k = lo[2]; k < hi[2]; ++k) {
+          std::uint32_t& n = held[(i * g.count[1] + j) * g.count[2] + k];
+          // A vector doubles when it is full: from n to 2n entries, or to 1.
+          if (n == 0) t.bytes += entry + allocation;
+          else if (std::has_single_bit(n)) t.bytes += std::uint64_t(n) * entry;
+          ++n;
+        }
   }
 }
 

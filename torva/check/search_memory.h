@@ -16,8 +16,11 @@
 // (a leaf crowded before a near block tightens it has split all the same). It
 // leaves out the dominance tests that thin a real list, so it counts at least
 // as many candidates, and so at least as many splits, as the build makes: in
-// all but rare layouts it errs high. Flat cells count every block their scope
-// reaches. Counting stops as soon as the total
+// all but rare layouts it errs high. A leaf counts the capacity its list grew
+// to (the largest it held, to the next power of two), not what it keeps: the
+// build trims its lists only at the end, so that is the heap at its fullest,
+// and the allocator keeps it resident after the trim. Flat cells count every
+// block their scope reaches. Counting stops as soon as the total
 // passes the budget, so an estimate costs no more than the budget lets it.
 #pragma once
 
@@ -30,7 +33,7 @@
 namespace torva {
 
 struct search_memory_estimate {
-  std::uint64_t bytes = 0;  // the structures' heap, counted up to where it stopped
+  std::uint64_t bytes = 0;  // the structures' heap at its fullest, counted up to where it stopped
   bool over_budget = false; // stopped because `bytes` passed the budget
 };
 

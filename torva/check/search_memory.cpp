@@ -142,6 +142,15 @@ struct grid_shape {
       if (hi[k] < lo[k]) hi[k] = lo[k];
     }
   }
+  // Calls f with the index of every cell that a block's box, grown by the scope, reaches.
+  template <class F>
+  void each_cell(const cuboid_t& box, F&& f) const {
+    std::uint64_t lo[3], hi[3];
+    range(box, lo, hi);
+    for (std::uint64_t i = lo[0]; i < hi[0]; ++i)
+      for (std::uint64_t j = lo[1]; j < hi[1]; ++j)
+        for (std::uint64_t k = lo[2]; k < hi[2]; ++k) f((i * count[1] + j) * count[2] + k);
+  }
 };
 
 grid_shape lay_out(const cuboid_t& space, double length, double scope) {
@@ -171,17 +180,13 @@ void count_flat_grid(std::uint64_t cell_bytes, const grid_shape& g, const circui
   for (const wire_block* b : layout.blocks) {
     if (t.over()) return;
     if (!keeps(f, b)) continue;
-    std::uint64_t lo[3], hi[3];
-    g.range(b->outer_box, lo, hi);
-    for (std::uint64_t i = lo[0]; i < hi[0] && !t.over(); ++i)
-      for (std::uint64_t j = lo[1]; j < hi[1]; ++j)
-        for (std::uint64_t k = lo[2]; k < hi[2]; ++k) {
-          std::uint32_t& n = held[(i * g.count[1] + j) * g.count[2] + k];
-          // A vector doubles when it is full: from n to 2n entries, or to 1.
-          if (n == 0) t.bytes += entry + allocation;
-          else if (std::has_single_bit(n)) t.bytes += std::uint64_t(n) * entry;
-          ++n;
-        }
+    g.each_cell(b->outer_box, [&](std::uint64_t c) {
+      // A vector doubles when it is full: from n to 2n entries, or to 1.
+      std::uint32_t& n = held[c];
+      if (n == 0) t.bytes += entry + allocation;
+      else if (std::has_single_bit(n)) t.bytes += std::uint64_t(n) * entry;
+      ++n;
+    });
   }
 }
 
@@ -202,18 +207,11 @@ void count_tree_grid(std::uint64_t node_bytes, const grid_shape& g, const circui
     t.bytes += total * sizeof(const wire_block*);  // the estimate could not hold them, nor the build its visits
     return;
   }
-  auto each_cell = [&](const wire_block* b, auto&& f_cell) {
-    std::uint64_t lo[3], hi[3];
-    g.range(b->outer_box, lo, hi);
-    for (std::uint64_t i = lo[0]; i < hi[0]; ++i)
-      for (std::uint64_t j = lo[1]; j < hi[1]; ++j)
-        for (std::uint64_t k = lo[2]; k < hi[2]; ++k) f_cell((i * g.count[1] + j) * g.count[2] + k);
-  };
-  for (const wire_block* b : layout.blocks) each_cell(b, [&](std::uint64_t c) { ++first[c + 1]; });
+  for (const wire_block* b : layout.blocks) g.each_cell(b->outer_box, [&](std::uint64_t c) { ++first[c + 1]; });
   for (std::uint64_t c = 0; c < g.cells(); ++c) first[c + 1] += first[c];
   std::vector<const wire_block*> entries(total);
   std::vector<std::uint64_t> fill(first.begin(), first.end() - 1);
-  for (const wire_block* b : layout.blocks) each_cell(b, [&](std::uint64_t c) { entries[fill[c]++] = b; });
+  for (const wire_block* b : layout.blocks) g.each_cell(b->outer_box, [&](std::uint64_t c) { entries[fill[c]++] = b; });
   const std::int64_t count_limit = config.max_candidates < 0 ? 20 : config.max_candidates;
   for (std::uint64_t c = 0; c < g.cells() && !t.over(); ++c) {
     if (first[c] == first[c + 1]) continue;

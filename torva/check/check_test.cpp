@@ -34,7 +34,8 @@ extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
 #else
 // The heap this test binary holds, now and at its fullest: every operator new
 // of the process (the library's too) comes through here, so that a build's
-// peak, which the memory estimate must cover, can be measured.
+// peak, which the memory estimate must cover, can be measured. The standard
+// library's other forms (arrays, nothrow) call these.
 namespace heap_count {
 std::atomic<long long> live{0}, peak{0};
 void* noted(void* p) {
@@ -45,61 +46,21 @@ void* noted(void* p) {
   }
   return p;
 }
-void dropped(void* p) {
-  if (p) live -= static_cast<long long>(malloc_usable_size(p));
-}
-}  // namespace heap_count
-
-// Every form of new and delete, so that none falls through to a sanitizer's
-// own operators (whose blocks would then meet ours, a mismatch it reports).
-namespace heap_count {
-void* plain(std::size_t n) { return noted(std::malloc(n ? n : 1)); }
-void* aligned(std::size_t n, std::align_val_t a) {
-  const std::size_t align = static_cast<std::size_t>(a);
-  return noted(std::aligned_alloc(align, (n + align - 1) / align * align));
-}
 void release(void* p) noexcept {
-  dropped(p);
+  if (p) live -= static_cast<long long>(malloc_usable_size(p));
   std::free(p);
 }
-template <class F>
-void* or_null(F f) noexcept {
-  try {
-    return f();
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
-}
 }  // namespace heap_count
 
-void* operator new(std::size_t n) { return heap_count::plain(n); }
-void* operator new[](std::size_t n) { return heap_count::plain(n); }
-void* operator new(std::size_t n, std::align_val_t a) { return heap_count::aligned(n, a); }
-void* operator new[](std::size_t n, std::align_val_t a) { return heap_count::aligned(n, a); }
-void* operator new(std::size_t n, const std::nothrow_t&) noexcept {
-  return heap_count::or_null([&] { return heap_count::plain(n); });
-}
-void* operator new[](std::size_t n, const std::nothrow_t&) noexcept {
-  return heap_count::or_null([&] { return heap_count::plain(n); });
-}
-void* operator new(std::size_t n, std::align_val_t a, const std::nothrow_t&) noexcept {
-  return heap_count::or_null([&] { return heap_count::aligned(n, a); });
-}
-void* operator new[](std::size_t n, std::align_val_t a, const std::nothrow_t&) noexcept {
-  return heap_count::or_null([&] { return heap_count::aligned(n, a); });
+void* operator new(std::size_t n) { return heap_count::noted(std::malloc(n ? n : 1)); }
+void* operator new(std::size_t n, std::align_val_t a) {
+  const std::size_t align = static_cast<std::size_t>(a);
+  return heap_count::noted(std::aligned_alloc(align, (n + align - 1) / align * align));
 }
 void operator delete(void* p) noexcept { heap_count::release(p); }
-void operator delete[](void* p) noexcept { heap_count::release(p); }
-void operator delete(void* p, std::size_t) noexcept { heap_count::release(p); }
-void operator delete[](void* p, std::size_t) noexcept { heap_count::release(p); }
-void operator delete(void* p, const std::nothrow_t&) noexcept { heap_count::release(p); }
-void operator delete[](void* p, const std::nothrow_t&) noexcept { heap_count::release(p); }
 void operator delete(void* p, std::align_val_t) noexcept { heap_count::release(p); }
-void operator delete[](void* p, std::align_val_t) noexcept { heap_count::release(p); }
+void operator delete(void* p, std::size_t) noexcept { heap_count::release(p); }
 void operator delete(void* p, std::size_t, std::align_val_t) noexcept { heap_count::release(p); }
-void operator delete[](void* p, std::size_t, std::align_val_t) noexcept { heap_count::release(p); }
-void operator delete(void* p, std::align_val_t, const std::nothrow_t&) noexcept { heap_count::release(p); }
-void operator delete[](void* p, std::align_val_t, const std::nothrow_t&) noexcept { heap_count::release(p); }
 #endif
 
 namespace torva {

@@ -14,6 +14,8 @@
 #   FUZZ_BUILD_DIR   build directory (default build-fuzz)
 #   FUZZ_RESUME      1: carry on from what earlier runs of this script did
 #                    (default 0: start every harness afresh)
+#   FUZZ_SANITIZE    the build's checks (default address,undefined; see
+#                    scripts/fuzz-build.sh)
 #
 # After every finished process the harness's totals so far are written to
 # <build>/long-logs/<harness>.state, so that a run cut short (a machine
@@ -88,7 +90,8 @@ for name in $harnesses; do
 done
 
 {
-  echo "fuzz-long: $(date -u +%Y-%m-%dT%H:%MZ), $(git rev-parse --short HEAD), $(nproc) cores, load $(cut -d' ' -f1-3 /proc/loadavg)"
+  checks=$(sed -n 's/^TORVA_FUZZ_SANITIZE:STRING=//p' "$build/CMakeCache.txt")
+  echo "fuzz-long: $(date -u +%Y-%m-%dT%H:%MZ), $(git rev-parse --short HEAD), $(nproc) cores, load $(cut -d' ' -f1-3 /proc/loadavg), checks: ${checks:-coverage only}"
   printf "%-22s %12s %9s %8s %9s %7s %7s %7s  %s\n" harness executions seconds exec/s peak_MB cov ft corpus finding
   printf "%s\n" "${lines[@]}"
 } | tee "$report"

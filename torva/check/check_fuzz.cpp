@@ -4,7 +4,10 @@
 // and, when the estimate fits, the pair built and asked a few points. Run with
 // libFuzzer's -rss_limit_mb, memory that runs away past the estimate is a
 // finding like a crash.
+#include <sys/resource.h>
+
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <new>
 #include <stdexcept>
@@ -17,8 +20,47 @@
 #include "torva/space/space_manager.h"
 #include "torva_testing/fuzz_support.h"
 
+#if defined(__SANITIZE_THREAD__)
+#define TORVA_THREAD_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define TORVA_THREAD_SANITIZED 1
+#endif
+#endif
+
+namespace {
+
+long peak_resident_kib() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return usage.ru_maxrss;
+}
+
+// libFuzzer's memory limit samples the process's peak once a second, so an
+// input that peaks and frees within the second is blamed on a later one (or
+// on none). This watch blames the input itself: one that raises the peak by
+// more than 1 GiB, over six times the largest budget below, aborts with its
+// figures. Not under the thread sanitizer, whose shadow memory alone may
+// grow that much for a large build.
+struct peak_watch {
+  long before = peak_resident_kib();
+  ~peak_watch() {
+#ifndef TORVA_THREAD_SANITIZED
+    const long after = peak_resident_kib();
+    if (after - before > (1L << 20)) {
+      std::fprintf(stderr, "check harness: one input raised the peak resident memory from %ld to %ld MiB\n",
+                   before >> 10, after >> 10);
+      std::abort();
+    }
+#endif
+  }
+};
+
+}  // namespace
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace torva;
+  const peak_watch watch;
   fuzzing::quiet_logger();
   const std::string_view bytes(reinterpret_cast<const char*>(data), size);
   _WIRE_BLOCK_LAYER_NAME_.clear();

@@ -168,11 +168,13 @@ TEST(layout_checks, a_crossing_is_two_edges_through_each_other_not_a_touch) {
 // (the lists' spare capacity before they are trimmed, which glibc keeps
 // resident), and stays near it: the same grids, and trees that split at least
 // where the build's do (it has no dominance to thin them).
-void expect_estimates_near_the_build(const circuit_layout& layout, std::initializer_list<std::uint32_t> pairs) {
+void expect_estimates_near_the_build(const circuit_layout& layout, std::initializer_list<std::uint32_t> pairs,
+                                     std::int32_t max_depth = -1) {
   testing::log_capture quiet;
   for (std::uint32_t pair : pairs) {
     configure config;
     config.spacemgr_type = pair;
+    config.max_depth = max_depth;
     config.thread_count = 1;
     const search_memory_estimate e = estimate_search_memory(layout, config, std::uint64_t(1) << 40);
 #ifdef TORVA_SANITIZED_HEAP
@@ -221,6 +223,22 @@ TEST(search_memory, a_leaf_crowded_before_it_tightens_splits_in_the_estimate_too
   derive_layout_fields(layout);
   layout.blocks = find_coincident_blocks(layout.blocks).kept;
   expect_estimates_near_the_build(layout, {2u, 5u});
+}
+
+// Found by the check harness: a layout a few 1e-15 um across. The build sizes
+// its grid with tolerant comparisons, to which every length there is equal,
+// and laid out 256^3 cells (1.8 GB) where plain arithmetic counted 2^3. At
+// depth 8 the same fault is 16^3 cells against 2^3.
+TEST(search_memory, a_space_smaller_than_the_tolerance_is_laid_out_as_the_build_does) {
+  const std::string text =
+      "<cap3d>\n<conductor>\nname a\n<block> basepoint(0,0,0) v1(1e-12,0,0) v2(0,1e-12,0) hvector(0,0,1e-11) "
+      "</block>\n</conductor>\n</cap3d>\n";
+  testing::log_capture quiet;
+  circuit_layout layout;
+  Cap3dParser parser(layout.data, 4, true, false);
+  ASSERT_TRUE(parser.parseBytes(text.data(), text.size(), ""));
+  derive_layout_fields(layout);
+  expect_estimates_near_the_build(layout, {2u, 5u}, 8);
 }
 
 }  // namespace

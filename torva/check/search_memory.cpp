@@ -8,6 +8,7 @@
 
 #include "torva/geometry/cube.h"
 #include "torva/geometry/distance.h"
+#include "torva/space/cell_array.h"
 #include "torva/space/space_manager.h"
 
 namespace torva {
@@ -129,7 +130,15 @@ struct grid_shape {
   double length = 0, scope = 0;
   std::uint64_t count[3] = {1, 1, 1};
   double lower[3] = {0, 0, 0};
-  std::uint64_t cells() const { return count[0] * count[1] * count[2]; }
+  // Saturates at 2^40 cells, terabytes of cells past any budget, so that the
+  // product of three huge counts cannot wrap around to a small one.
+  std::uint64_t cells() const {
+    constexpr std::uint64_t most = std::uint64_t(1) << 40;
+    std::uint64_t n = 1;
+    for (std::uint64_t c : count)
+      if (__builtin_mul_overflow(n, c, &n) || n > most) return most;
+    return n;
+  }
   // The cells [lo, hi) along each axis that a block's box, grown by the scope, reaches.
   void range(const cuboid_t& box, std::uint64_t lo[3], std::uint64_t hi[3]) const {
     for (int k = 0; k < 3; ++k) {
@@ -153,28 +162,33 @@ struct grid_shape {
   }
 };
 
-grid_shape lay_out(const cuboid_t& space, double length, double scope) {
+// The grid the build lays out, from the same measure and the same cell counts.
+template <class Node>
+grid_shape lay_out(const configure& config, std::int32_t depth, const cuboid_t& space,
+                   const circuit_layout& layout) {
+  const grid_internal::grid_measure m = grid_internal::measure<Node>(config, depth, space, layout);
   grid_shape g;
-  g.length = length;
-  g.scope = scope;
+  g.length = m.length.value;
+  g.scope = m.scope.value;
   for (int k = 0; k < 3; ++k) {
-    const double edge = space.upper[k].value - space.lower[k].value;
-    const double n = std::ceil(edge / length);
-    g.count[k] = !(n >= 1.0) ? 1 : n >= 1e15 ? std::uint64_t(1e15) : std::uint64_t(n);
-    g.lower[k] = space.lower[k].value - (double(g.count[k]) * length - edge) * 0.5;
+    const sea::double_wrapper edge = space.upper[k] - space.lower[k];
+    // Past 1e15 cells along an axis the budget is long gone; the cap keeps the product finite.
+    g.count[k] = std::min<std::uint64_t>(grid_internal::cells_along(edge, m.length), 1000000000000000ull);
+    g.lower[k] = space.lower[k].value - (double(g.count[k]) * g.length - edge.value) * 0.5;
   }
   return g;
 }
 
-double shortest_edge(const cuboid_t& c) {
-  return std::min({c.upper[0].value - c.lower[0].value, c.upper[1].value - c.lower[1].value,
-                   c.upper[2].value - c.lower[2].value});
+// A grid's cell array as make_cell_array takes it: past 2 MiB, whole huge pages.
+std::uint64_t cell_array_bytes(std::uint64_t cells, std::uint64_t cell_bytes) {
+  const std::uint64_t bytes = cells * cell_bytes;  // at most 2^40 cells of a few hundred bytes
+  return bytes < huge_page_bytes ? bytes : (bytes + huge_page_bytes - 1) / huge_page_bytes * huge_page_bytes;
 }
 
 // A grid of flat cells: every block its scope reaches, in every cell, each
 // cell's list counted at the capacity it grows to (trimmed only at the end).
 void count_flat_grid(std::uint64_t cell_bytes, const grid_shape& g, const circuit_layout& layout, family f, tally& t) {
-  t.bytes += g.cells() * cell_bytes;
+  t.bytes += cell_array_bytes(g.cells(), cell_bytes);
   if (t.over()) return;  // so that the counts below take no more than the budget
   std::vector<std::uint32_t> held(g.cells(), 0);
   for (const wire_block* b : layout.blocks) {
@@ -193,7 +207,7 @@ void count_flat_grid(std::uint64_t cell_bytes, const grid_shape& g, const circui
 // A grid of trees: each cell a tree offered the blocks its scope reaches.
 void count_tree_grid(std::uint64_t node_bytes, const grid_shape& g, const circuit_layout& layout, family f,
                      const configure& config, std::int32_t depth_limit, tally& t) {
-  t.bytes += g.cells() * node_bytes;
+  t.bytes += cell_array_bytes(g.cells(), node_bytes);
   if (t.over()) return;
   // The blocks of each cell, in the layout's order (offsets, then entries).
   std::vector<std::uint64_t> first(g.cells() + 1, 0);
@@ -240,36 +254,18 @@ void count_octree(const cuboid_t& space, const circuit_layout& layout, family f,
 
 void count_hybrid(const cuboid_t& space, const circuit_layout& layout, family f, const configure& config, tally& t) {
   const std::int32_t depth = config.max_depth < 0 ? 16 : config.max_depth;
-  double p = double(static_cast<std::int32_t>(1u << ((static_cast<std::uint32_t>(depth) >> 1) & 31u)));
-  if (config.max_depth < 0) p = 256.0;
-  const double l = size_of(space).value / p;
-  double length = std::max(l, 0.51 * shortest_edge(space)), scope = l;
-  if (layout.coarse_grid) {
-    length = std::max(length, 20 * layout.space_margin);
-    scope = std::max(scope, 8 * layout.space_margin);
-  }
-  count_tree_grid(sizeof(octree_node<0>), lay_out(space, length, scope), layout, f, config, depth, t);
+  count_tree_grid(sizeof(octree_node<0>), lay_out<octree_node<0>>(config, depth, space, layout), layout, f, config,
+                  depth, t);
 }
 
-void count_incline_grid(const cuboid_t& space, const circuit_layout& layout, tally& t) {
-  double length = std::max(size_of(space).value * 0.03125, shortest_edge(space) * 0.031251), scope = length;
-  if (layout.coarse_grid) {
-    length = std::max(length, 20 * layout.space_margin);
-    scope = std::max(scope, 8 * layout.space_margin);
-  }
-  count_flat_grid(sizeof(incline_node<1>), lay_out(space, length, scope), layout, family::others, t);
+void count_incline_grid(const cuboid_t& space, const circuit_layout& layout, const configure& config, tally& t) {
+  count_flat_grid(sizeof(incline_node<1>), lay_out<incline_node<1>>(config, 0, space, layout), layout,
+                  family::others, t);
 }
 
-void count_plain_grid(const cuboid_t& space, const circuit_layout& layout, tally& t) {
-  const double volume = (space.upper[0].value - space.lower[0].value) * (space.upper[1].value - space.lower[1].value) *
-                        (space.upper[2].value - space.lower[2].value);
-  double length = std::max(std::pow(volume / 1e6, 1.0 / 3.0), 20 * layout.space_margin);
-  double scope = length / (1 + layout.crowding_ratio);
-  if (layout.coarse_grid) {
-    length = std::max(length, 20 * layout.space_margin);
-    scope = std::max(scope, 8 * layout.space_margin);
-  }
-  count_flat_grid(sizeof(base_grid_node<5>), lay_out(space, length, scope), layout, family::all, t);
+void count_plain_grid(const cuboid_t& space, const circuit_layout& layout, const configure& config, tally& t) {
+  count_flat_grid(sizeof(base_grid_node<5>), lay_out<base_grid_node<5>>(config, 0, space, layout), layout,
+                  family::all, t);
 }
 
 }  // namespace
@@ -303,10 +299,10 @@ search_memory_estimate estimate_search_memory(const circuit_layout& layout, cons
     case 7:
     case 8:
       count_hybrid(space, layout, family::cuboids, config, t);
-      count_incline_grid(space, layout, t);
+      count_incline_grid(space, layout, config, t);
       break;
     case 9:
-      count_plain_grid(critical ? space : grown(layout.data.critical_box, 20 * m), layout, t);
+      count_plain_grid(critical ? space : grown(layout.data.critical_box, 20 * m), layout, config, t);
       break;
     default: break;
   }

@@ -85,6 +85,50 @@ inline std::uint64_t cells_along(sea::double_wrapper edge, sea::double_wrapper l
   return static_cast<std::uint64_t>(n);
 }
 
+
+// A grid's cell length and the scope each cell is offered. The memory
+// estimate sizes its grids with this same code: the tolerant comparisons
+// below make every length within 1e-10 of another equal, so on a space that
+// small plain arithmetic would lay out a different grid.
+struct grid_measure {
+  sea::double_wrapper length;
+  sea::double_wrapper scope;
+};
+
+template <class Node>
+grid_measure measure(const configure& config, std::int32_t depth, const cuboid_t& space,
+                     const circuit_layout& layout) noexcept {
+  using sea::double_wrapper;
+  const double m = layout.space_margin;
+  double_wrapper length;
+  double_wrapper scope;
+  if constexpr (tree_cell<Node>) {
+    // At most two layers of cells along the shortest edge, whatever the depth.
+    double p =
+        static_cast<double>(static_cast<std::int32_t>(1u << ((static_cast<std::uint32_t>(depth) >> 1) & 31u)));
+    if (config.max_depth < 0) p = 256.0;
+    const double_wrapper l = size_of(space) / p;
+    length = std::max(l, 0.51 * shortest_edge(space));
+    scope = l;
+  } else if constexpr (is_incline_node<Node>) {
+    length = std::max(size_of(space) * 0.03125, shortest_edge(space) * 0.031251);
+    scope = length;
+  } else {
+    // About a million cells, but no smaller than the margin allows.
+    const double_wrapper ex = space.upper[0] - space.lower[0];
+    const double_wrapper ey = space.upper[1] - space.lower[1];
+    const double_wrapper ez = space.upper[2] - space.lower[2];
+    const double_wrapper l = std::pow(((ex * ey * ez) / 1e6).value, 0.3333333333333333);
+    length = std::max(l, double_wrapper(20 * m));
+    scope = length / (1 + layout.crowding_ratio);
+  }
+  if (layout.coarse_grid) {
+    length = std::max(length, double_wrapper(20 * m));
+    scope = std::max(scope, double_wrapper(8 * m));
+  }
+  return {length, scope};
+}
+
 }  // namespace grid_internal
 
 template <class Node, int Count, int Depth>
@@ -96,35 +140,12 @@ struct basic_grid_spacemgr : base_grid<Node> {
   // Sizes the grid over `space`, then fills and completes every cell.
   void initialize(const configure& config, const cuboid_t& space, const circuit_layout& layout) {
     using sea::double_wrapper;
-    const double m = layout.space_margin;
     set_threshold(config);
 
     const double_wrapper ex = space.upper[0] - space.lower[0];
     const double_wrapper ey = space.upper[1] - space.lower[1];
     const double_wrapper ez = space.upper[2] - space.lower[2];
-    double_wrapper length;
-    double_wrapper scope;
-    if constexpr (grid_internal::tree_cell<Node>) {
-      // At most two layers of cells along the shortest edge, whatever the depth.
-      double p = static_cast<double>(
-          static_cast<std::int32_t>(1u << ((static_cast<std::uint32_t>(threshold.depth) >> 1) & 31u)));
-      if (config.max_depth < 0) p = 256.0;
-      const double_wrapper l = size_of(space) / p;
-      length = std::max(l, 0.51 * grid_internal::shortest_edge(space));
-      scope = l;
-    } else if constexpr (grid_internal::is_incline_node<Node>) {
-      length = std::max(size_of(space) * 0.03125, grid_internal::shortest_edge(space) * 0.031251);
-      scope = length;
-    } else {
-      // About a million cells, but no smaller than the margin allows.
-      const double_wrapper l = std::pow(((ex * ey * ez) / 1e6).value, 0.3333333333333333);
-      length = std::max(l, double_wrapper(20 * m));
-      scope = length / (1 + layout.crowding_ratio);
-    }
-    if (layout.coarse_grid) {
-      length = std::max(length, double_wrapper(20 * m));
-      scope = std::max(scope, double_wrapper(8 * m));
-    }
+    const auto [length, scope] = grid_internal::measure<Node>(config, threshold.depth, space, layout);
 
     sea::writer& info = *logger::instance().info;
     info("spacemgr space: ");

@@ -93,17 +93,7 @@ compact_index build_compact_index(const configure& config, const circuit_layout&
   const double_wrapper ex = space.upper[0] - space.lower[0];
   const double_wrapper ey = space.upper[1] - space.lower[1];
   const double_wrapper ez = space.upper[2] - space.lower[2];
-  double_wrapper length;
-  double_wrapper scope;
-  {
-    const double_wrapper l = std::pow(((ex * ey * ez) / 1e6).value, 0.3333333333333333);
-    length = std::max(l, double_wrapper(20 * m));
-    scope = length / (1 + layout.crowding_ratio);
-  }
-  if (layout.coarse_grid) {
-    length = std::max(length, double_wrapper(20 * m));
-    scope = std::max(scope, double_wrapper(8 * m));
-  }
+  const auto [length, scope] = grid_internal::measure<base_grid_node<5>>(config, 0, space, layout);
   g.length = length;
   g.count_x = grid_internal::cells_along(ex, length);
   g.count_y = grid_internal::cells_along(ey, length);

@@ -145,7 +145,10 @@ struct basic_grid_spacemgr : base_grid<Node> {
     const double_wrapper ex = space.upper[0] - space.lower[0];
     const double_wrapper ey = space.upper[1] - space.lower[1];
     const double_wrapper ez = space.upper[2] - space.lower[2];
-    const auto [length, scope] = grid_internal::measure<Node>(config, threshold.depth, space, layout);
+    // Named copies, not structured bindings: older compilers cannot capture those in a lambda.
+    const grid_internal::grid_measure measured = grid_internal::measure<Node>(config, threshold.depth, space, layout);
+    const sea::double_wrapper length = measured.length;
+    const sea::double_wrapper scope = measured.scope;
 
     sea::writer& info = *logger::instance().info;
     info("spacemgr space: ");

@@ -93,7 +93,9 @@ compact_index build_compact_index(const configure& config, const circuit_layout&
   const double_wrapper ex = space.upper[0] - space.lower[0];
   const double_wrapper ey = space.upper[1] - space.lower[1];
   const double_wrapper ez = space.upper[2] - space.lower[2];
-  const auto [length, scope] = grid_internal::measure<base_grid_node<5>>(config, 0, space, layout);
+  const grid_internal::grid_measure measured = grid_internal::measure<base_grid_node<5>>(config, 0, space, layout);
+  const sea::double_wrapper length = measured.length;
+  const sea::double_wrapper scope = measured.scope;
   g.length = length;
   g.count_x = grid_internal::cells_along(ex, length);
   g.count_y = grid_internal::cells_along(ey, length);

@@ -85,7 +85,6 @@ inline std::uint64_t cells_along(sea::double_wrapper edge, sea::double_wrapper l
   return static_cast<std::uint64_t>(n);
 }
 
-
 // A grid's cell length and the scope each cell is offered. The memory
 // estimate sizes its grids with this same code: the tolerant comparisons
 // below make every length within 1e-10 of another equal, so on a space that
